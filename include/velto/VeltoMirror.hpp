@@ -1,0 +1,487 @@
+// VeltoMirror: how a C++ type describes itself for debug output (the mirror vocabulary).
+//
+// Every type gets one static `VeltoTypeMirror`, built at compile time from the static type:
+// its display style, its labelled children in order, and the hooks by which it takes over its
+// own rendering. The debug encoder walks mirrors; nothing here depends on it (its types are
+// only declared), so recording a value (VeltoAny) never pulls the encoder in.
+//
+// How a type is classified, first match wins:
+//   std::optional, std::weak_ptr, std::shared_ptr, std::unique_ptr  optional (a present
+//       smart pointer's child is the object: style `class_`, identity = its address)
+//   VeltoAny                                optional (transparent around what it holds)
+//   VeltoArgs                               dictionary with string keys, insertion order
+//   std::pair, std::tuple                   tuple, unlabelled children
+//   std::variant                            enumeration, anonymous payload
+//   a tagged variant (see below)            enumeration, payload labelled by the case name
+//   enum / enum class                       enumeration; case name from BOOST_DESCRIBE_ENUM,
+//                                           else the underlying number
+//   map-like (key_type + mapped_type)       dictionary
+//   set-like (key_type only)                set
+//   other ranges (not text)                 collection
+//   BOOST_DESCRIBE_STRUCT/_CLASS types      structure: own members, then each base's
+//   bool, arithmetic, text                  no style, a scalar
+//   std::function, lambdas                  no style, a closure
+//   anything else                           no style, nothing known
+//
+// Tagged variants: a class whose `cases()` returns a `const std::variant<Cases...>&`, where
+// each case type has `static constexpr std::string_view caseName` and is described with
+// BOOST_DESCRIBE_STRUCT. A case with no members has no payload; one member is the payload;
+// several members form a labelled tuple.
+//
+// Taking over the rendering (checked before the walk, for any type):
+//   members     VeltoResult<void> encodeForDynamicDebug(VeltoEncoder&, VeltoDynamicDebugEncoder&) const;
+//               (and the keyed and unkeyed forms, see VeltoCustomDebugHooks), and/or
+//               VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer&,
+//                                                               VeltoDynamicDebugEncoder&) const;
+//   or for a type you cannot change, the same as static functions taking `const T&` first in a
+//   specialization of VeltoDebugConformance<T> declared before the type is recorded.
+//   `std::string debugDescription() const` is the custom debug-string member; deriving from
+//   VeltoMainThreadOnlyEncodable marks values rendered only on the main thread.
+#pragma once
+
+#include <boost/describe/bases.hpp>
+#include <boost/describe/enum_to_string.hpp>
+#include <boost/describe/enumerators.hpp>
+#include <boost/describe/members.hpp>
+#include <boost/describe/modifiers.hpp>
+#include <boost/mp11/algorithm.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+#include <variant>
+
+#include "velto/detail/TypeName.hpp"
+
+class VeltoEncoder;
+class VeltoKeyedEncodingContainer;
+class VeltoUnkeyedEncodingContainer;
+class VeltoDynamicDebugEncoder;
+class VeltoAny;
+class VeltoArgs;
+template <class T>
+class VeltoResult;
+
+/// Marker base: values of a deriving type are only rendered on the main thread; anywhere else
+/// the debug encoder writes "Not encodable off main thread" in their place.
+struct VeltoMainThreadOnlyEncodable {};
+
+/// Specialise for a type you cannot change to give it custom debug rendering (see above).
+template <class T>
+struct VeltoDebugConformance {};
+
+/// The display styles of the reflective walk. `none` covers scalars, text, closures and
+/// opaque values.
+enum class VeltoDisplayStyle { none, structure, class_, enumeration, tuple, optional, collection, dictionary, set };
+
+struct VeltoTypeMirror;
+
+/// A borrowed view of one value with its type's mirror. Valid only while the value lives (for
+/// children: during the visit that produced it).
+struct VeltoValueRef {
+  const void* value = nullptr;
+  const VeltoTypeMirror* mirror = nullptr;
+  [[nodiscard]] explicit operator bool() const noexcept { return mirror != nullptr; }
+};
+
+/// Receives the children of a value in mirror order. An empty label means "unlabelled".
+class VeltoChildSink {
+ public:
+  virtual void child(std::string_view label, VeltoValueRef value) = 0;
+
+ protected:
+  ~VeltoChildSink() = default;
+};
+
+/// Receives the entries of a dictionary in its own iteration order.
+class VeltoEntrySink {
+ public:
+  virtual void entry(VeltoValueRef key, VeltoValueRef value) = 0;
+
+ protected:
+  ~VeltoEntrySink() = default;
+};
+
+/// A value's own encodable form: JSON scalars. Text views point into the value.
+using VeltoScalar = std::variant<bool, std::int64_t, std::uint64_t, double, std::string_view>;
+
+/// The three operations of a type that writes its whole debug form itself.
+struct VeltoCustomDebugHooks {
+  VeltoResult<void> (*toEncoder)(const void* value, VeltoEncoder&, VeltoDynamicDebugEncoder&);
+  VeltoResult<void> (*toKeyed)(const void* value, VeltoKeyedEncodingContainer&, std::string_view key,
+                               VeltoDynamicDebugEncoder&);
+  VeltoResult<void> (*toUnkeyed)(const void* value, VeltoUnkeyedEncodingContainer&, VeltoDynamicDebugEncoder&);
+};
+
+/// What the debug encoder knows of one type. One static instance per type; immutable.
+struct VeltoTypeMirror {
+  const std::type_info& type;
+  const std::string& (*staticTypeName)();
+  VeltoDisplayStyle style = VeltoDisplayStyle::none;
+  /// Children in mirror order (members, elements, the present optional's value, an
+  /// enumeration's payload labelled by its case name or unlabelled). Null: no children.
+  void (*children)(const void* value, VeltoChildSink& sink) = nullptr;
+  /// Dictionary entries. Null unless `style` is dictionary.
+  void (*entries)(const void* value, VeltoEntrySink& sink) = nullptr;
+  /// Dictionaries: whether every key is text (then written as a JSON object).
+  bool keysAreText = false;
+  /// Objects: the object's identity (its address).
+  const void* (*identity)(const void* value) = nullptr;
+  /// Objects of polymorphic types: the dynamic type. Null: the static type.
+  const std::type_info& (*dynamicType)(const void* value) = nullptr;
+  /// Enumerations: the case's plain printed name.
+  std::string (*caseName)(const void* value) = nullptr;
+  /// The value's own encodable form, when it has one.
+  VeltoScalar (*scalar)(const void* value) = nullptr;
+  /// The custom debug-string member, when the type has one.
+  std::string (*debugDescription)(const void* value) = nullptr;
+  /// Whole custom rendering, when the type takes it over.
+  const VeltoCustomDebugHooks* custom = nullptr;
+  /// Container custom rendering (entries of an object the encoder opened).
+  VeltoResult<void> (*customChildren)(const void* value, VeltoKeyedEncodingContainer&, VeltoDynamicDebugEncoder&) = nullptr;
+  bool isClosure = false;
+  bool mainThreadOnly = false;
+
+  [[nodiscard]] std::string_view typeName() const { return staticTypeName(); }
+};
+
+namespace velto::detail {
+
+template <class T>
+const VeltoTypeMirror& mirrorOf() noexcept;
+template <class T>
+const VeltoTypeMirror& objectMirrorOf() noexcept;
+
+template <class Case>
+const VeltoTypeMirror& casePayloadTupleMirror() noexcept;
+
+template <class T>
+VeltoValueRef refTo(const T& value) noexcept {
+  return VeltoValueRef{&value, &mirrorOf<T>()};
+}
+
+// ---- traits -------------------------------------------------------------------------------
+
+template <class T, template <class...> class Template>
+inline constexpr bool isSpecialization = false;
+template <template <class...> class Template, class... Args>
+inline constexpr bool isSpecialization<Template<Args...>, Template> = true;
+
+template <class T>
+concept Text = std::is_same_v<T, std::string> || std::is_same_v<T, std::string_view>;
+
+template <class T>
+concept MapLike = requires {
+  typename T::key_type;
+  typename T::mapped_type;
+} && requires(const T& t) { t.begin(); t.end(); };
+
+template <class T>
+concept SetLike = requires { typename T::key_type; } && !MapLike<T> && requires(const T& t) { t.begin(); t.end(); };
+
+template <class T>
+concept RangeLike = !Text<T> && !MapLike<T> && !SetLike<T> && requires(const T& t) {
+  std::begin(t);
+  std::end(t);
+};
+
+template <class T>
+concept Described = boost::describe::has_describe_members<T>::value || boost::describe::has_describe_bases<T>::value;
+
+template <class T>
+concept TaggedVariant = requires(const T& t) {
+  { t.cases() };
+  requires isSpecialization<std::remove_cvref_t<decltype(t.cases())>, std::variant>;
+};
+
+template <class T>
+concept Callable = isSpecialization<T, std::function> || (std::is_class_v<T> && requires { &T::operator(); });
+
+template <class T>
+concept HasDebugDescription = requires(const T& t) {
+  { t.debugDescription() } -> std::convertible_to<std::string>;
+};
+
+template <class T>
+concept OwnCustomEncoding = requires(const T& t, VeltoEncoder& e, VeltoKeyedEncodingContainer& k,
+                                     VeltoUnkeyedEncodingContainer& u, VeltoDynamicDebugEncoder& d, std::string_view key) {
+  t.encodeForDynamicDebug(e, d);
+  t.encodeForDynamicDebug(k, key, d);
+  t.encodeForDynamicDebug(u, d);
+};
+
+template <class T>
+concept TraitCustomEncoding = requires(const T& t, VeltoEncoder& e, VeltoKeyedEncodingContainer& k,
+                                       VeltoUnkeyedEncodingContainer& u, VeltoDynamicDebugEncoder& d, std::string_view key) {
+  VeltoDebugConformance<T>::encodeForDynamicDebug(t, e, d);
+  VeltoDebugConformance<T>::encodeForDynamicDebug(t, k, key, d);
+  VeltoDebugConformance<T>::encodeForDynamicDebug(t, u, d);
+};
+
+template <class T>
+concept OwnContainerEncoding = requires(const T& t, VeltoKeyedEncodingContainer& k, VeltoDynamicDebugEncoder& d) {
+  t.encodeChildrenForDynamicDebug(k, d);
+};
+
+template <class T>
+concept TraitContainerEncoding = requires(const T& t, VeltoKeyedEncodingContainer& k, VeltoDynamicDebugEncoder& d) {
+  VeltoDebugConformance<T>::encodeChildrenForDynamicDebug(t, k, d);
+};
+
+// The result type of debug hooks, spelled dependently so that VeltoResult need only be complete
+// where a hook is actually instantiated.
+template <class T>
+using HookResult = VeltoResult<std::conditional_t<true, void, T>>;
+
+template <class T>
+const T& as(const void* value) noexcept {
+  return *static_cast<const T*>(value);
+}
+
+// ---- hooks --------------------------------------------------------------------------------
+
+template <class T>
+struct CustomHooks {
+  static HookResult<T> toEncoder(const void* v, VeltoEncoder& e, VeltoDynamicDebugEncoder& d) {
+    if constexpr (OwnCustomEncoding<T>) {
+      return as<T>(v).encodeForDynamicDebug(e, d);
+    } else {
+      return VeltoDebugConformance<T>::encodeForDynamicDebug(as<T>(v), e, d);
+    }
+  }
+  static HookResult<T> toKeyed(const void* v, VeltoKeyedEncodingContainer& k, std::string_view key,
+                                   VeltoDynamicDebugEncoder& d) {
+    if constexpr (OwnCustomEncoding<T>) {
+      return as<T>(v).encodeForDynamicDebug(k, key, d);
+    } else {
+      return VeltoDebugConformance<T>::encodeForDynamicDebug(as<T>(v), k, key, d);
+    }
+  }
+  static HookResult<T> toUnkeyed(const void* v, VeltoUnkeyedEncodingContainer& u, VeltoDynamicDebugEncoder& d) {
+    if constexpr (OwnCustomEncoding<T>) {
+      return as<T>(v).encodeForDynamicDebug(u, d);
+    } else {
+      return VeltoDebugConformance<T>::encodeForDynamicDebug(as<T>(v), u, d);
+    }
+  }
+  static constexpr VeltoCustomDebugHooks hooks{&toEncoder, &toKeyed, &toUnkeyed};
+};
+
+template <class T>
+HookResult<T> customChildren(const void* v, VeltoKeyedEncodingContainer& k, VeltoDynamicDebugEncoder& d) {
+  if constexpr (OwnContainerEncoding<T>) {
+    return as<T>(v).encodeChildrenForDynamicDebug(k, d);
+  } else {
+    return VeltoDebugConformance<T>::encodeChildrenForDynamicDebug(as<T>(v), k, d);
+  }
+}
+
+// ---- children -----------------------------------------------------------------------------
+
+// Own described members first, then each described base's, depth first in declaration order.
+template <class T>
+void describedChildren(const T& value, VeltoChildSink& sink) {
+  if constexpr (boost::describe::has_describe_members<T>::value) {
+    using Members = boost::describe::describe_members<T, boost::describe::mod_public | boost::describe::mod_protected>;
+    boost::mp11::mp_for_each<Members>([&](auto member) {
+      sink.child(std::string_view(member.name), refTo(value.*member.pointer));
+    });
+  }
+  if constexpr (boost::describe::has_describe_bases<T>::value) {
+    using Bases = boost::describe::describe_bases<T, boost::describe::mod_any_access>;
+    boost::mp11::mp_for_each<Bases>([&](auto base) {
+      using Base = typename decltype(base)::type;
+      describedChildren<Base>(static_cast<const Base&>(value), sink);
+    });
+  }
+}
+
+template <class Tuple>
+void tupleChildren(const void* v, VeltoChildSink& sink) {
+  std::apply([&](const auto&... element) { (sink.child(std::string_view(), refTo(element)), ...); }, as<Tuple>(v));
+}
+
+template <class Range>
+void rangeChildren(const void* v, VeltoChildSink& sink) {
+  for (const auto& element : as<Range>(v)) sink.child(std::string_view(), refTo(element));
+}
+
+template <class Map>
+void mapEntries(const void* v, VeltoEntrySink& sink) {
+  for (const auto& [key, value] : as<Map>(v)) sink.entry(refTo(key), refTo(value));
+}
+
+template <class Case>
+void casePayload(const Case& c, VeltoChildSink& sink) {
+  using Members = boost::describe::describe_members<Case, boost::describe::mod_public>;
+  constexpr std::size_t count = boost::mp11::mp_size<Members>::value;
+  if constexpr (count == 1) {
+    using Member = boost::mp11::mp_front<Members>;
+    sink.child(Case::caseName, refTo(c.*Member::pointer));
+  } else if constexpr (count > 1) {
+    sink.child(Case::caseName, {&c, &casePayloadTupleMirror<Case>()});
+  }
+}
+
+template <class T>
+std::string enumCaseName(const void* v) {
+  const T value = as<T>(v);
+  if constexpr (boost::describe::has_describe_enumerators<T>::value) {
+    if (const char* name = boost::describe::enum_to_string(value, nullptr)) return name;
+  }
+  return std::to_string(static_cast<std::underlying_type_t<T>>(value));
+}
+
+template <class T>
+VeltoScalar scalarOf(const void* v) {
+  const T& value = as<T>(v);
+  if constexpr (std::is_same_v<T, bool>) {
+    return value;
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return static_cast<double>(value);
+  } else if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
+    return static_cast<std::int64_t>(value);
+  } else if constexpr (std::is_integral_v<T>) {
+    return static_cast<std::uint64_t>(value);
+  } else {
+    return std::string_view(value);
+  }
+}
+
+// ---- the classification -------------------------------------------------------------------
+
+template <class T>
+VeltoTypeMirror makeMirror() noexcept {
+  VeltoTypeMirror m{typeid(T), &typeName<T>};
+  if constexpr (TraitCustomEncoding<T> || OwnCustomEncoding<T>) m.custom = &CustomHooks<T>::hooks;
+  if constexpr (TraitContainerEncoding<T> || OwnContainerEncoding<T>) m.customChildren = &customChildren<T>;
+  if constexpr (HasDebugDescription<T>) m.debugDescription = [](const void* v) { return std::string(as<T>(v).debugDescription()); };
+  m.mainThreadOnly = std::is_base_of_v<VeltoMainThreadOnlyEncodable, T>;
+
+  if constexpr (isSpecialization<T, std::optional>) {
+    m.style = VeltoDisplayStyle::optional;
+    m.children = [](const void* v, VeltoChildSink& sink) {
+      if (const auto& o = as<T>(v)) sink.child(std::string_view(), refTo(*o));
+    };
+  } else if constexpr (isSpecialization<T, std::shared_ptr> || isSpecialization<T, std::unique_ptr>) {
+    using Object = typename T::element_type;
+    m.style = VeltoDisplayStyle::optional;
+    m.children = [](const void* v, VeltoChildSink& sink) {
+      if (const auto* object = as<T>(v).get()) sink.child(std::string_view(), {object, &objectMirrorOf<Object>()});
+    };
+  } else if constexpr (isSpecialization<T, std::weak_ptr>) {
+    using Object = typename T::element_type;
+    m.style = VeltoDisplayStyle::optional;
+    m.children = [](const void* v, VeltoChildSink& sink) {
+      if (const auto object = as<T>(v).lock()) sink.child(std::string_view(), {object.get(), &objectMirrorOf<Object>()});
+    };
+  } else if constexpr (std::is_same_v<T, VeltoAny>) {
+    m.style = VeltoDisplayStyle::optional;
+    m.children = [](const void* v, VeltoChildSink& sink) {
+      if (const VeltoValueRef inner = as<T>(v).ref()) sink.child(std::string_view(), inner);
+    };
+  } else if constexpr (std::is_same_v<T, VeltoArgs>) {
+    m.style = VeltoDisplayStyle::dictionary;
+    m.keysAreText = true;
+    m.entries = [](const void* v, VeltoEntrySink& sink) {
+      for (const auto& [key, value] : as<T>(v)) sink.entry(refTo(key), refTo(value));
+    };
+  } else if constexpr (isSpecialization<T, std::pair> || isSpecialization<T, std::tuple>) {
+    m.style = VeltoDisplayStyle::tuple;
+    m.children = &tupleChildren<T>;
+  } else if constexpr (isSpecialization<T, std::variant>) {
+    m.style = VeltoDisplayStyle::enumeration;
+    m.caseName = [](const void* v) {
+      return std::visit([](const auto& alternative) { return typeName<std::remove_cvref_t<decltype(alternative)>>(); },
+                        as<T>(v));
+    };
+    m.children = [](const void* v, VeltoChildSink& sink) {
+      std::visit(
+          [&](const auto& alternative) {
+            if constexpr (!std::is_same_v<std::remove_cvref_t<decltype(alternative)>, std::monostate>) {
+              sink.child(std::string_view(), refTo(alternative));
+            }
+          },
+          as<T>(v));
+    };
+  } else if constexpr (TaggedVariant<T>) {
+    m.style = VeltoDisplayStyle::enumeration;
+    m.caseName = [](const void* v) {
+      return std::visit([](const auto& c) { return std::string(std::remove_cvref_t<decltype(c)>::caseName); },
+                        as<T>(v).cases());
+    };
+    m.children = [](const void* v, VeltoChildSink& sink) {
+      std::visit([&](const auto& c) { casePayload(c, sink); }, as<T>(v).cases());
+    };
+  } else if constexpr (std::is_enum_v<T>) {
+    m.style = VeltoDisplayStyle::enumeration;
+    m.caseName = &enumCaseName<T>;
+  } else if constexpr (MapLike<T>) {
+    m.style = VeltoDisplayStyle::dictionary;
+    m.keysAreText = Text<std::remove_cvref_t<typename T::key_type>>;
+    m.entries = &mapEntries<T>;
+  } else if constexpr (SetLike<T>) {
+    m.style = VeltoDisplayStyle::set;
+    m.children = &rangeChildren<T>;
+  } else if constexpr (RangeLike<T>) {
+    m.style = VeltoDisplayStyle::collection;
+    m.children = &rangeChildren<T>;
+  } else if constexpr (Described<T>) {
+    m.style = VeltoDisplayStyle::structure;
+    m.children = [](const void* v, VeltoChildSink& sink) { describedChildren(as<T>(v), sink); };
+  } else if constexpr (std::is_arithmetic_v<T> || Text<T>) {
+    m.scalar = &scalarOf<T>;
+  } else if constexpr (Callable<T>) {
+    m.isClosure = true;
+  }
+  return m;
+}
+
+template <class T>
+const VeltoTypeMirror& mirrorOf() noexcept {
+  static const VeltoTypeMirror mirror = makeMirror<std::remove_cvref_t<T>>();
+  return mirror;
+}
+
+// An object reached through a pointer: identity is its address, children its described members
+// (own first, then each base's), the dynamic type when it is polymorphic.
+template <class T>
+const VeltoTypeMirror& objectMirrorOf() noexcept {
+  static const VeltoTypeMirror mirror = [] {
+    VeltoTypeMirror m = makeMirror<std::remove_cv_t<T>>();
+    m.style = VeltoDisplayStyle::class_;
+    m.identity = [](const void* v) { return v; };
+    m.children = nullptr;
+    m.entries = nullptr;
+    m.caseName = nullptr;
+    m.scalar = nullptr;
+    if constexpr (Described<std::remove_cv_t<T>>) {
+      m.children = [](const void* v, VeltoChildSink& sink) { describedChildren(as<std::remove_cv_t<T>>(v), sink); };
+    }
+    if constexpr (std::is_polymorphic_v<T>) {
+      m.dynamicType = [](const void* v) -> const std::type_info& { return typeid(as<std::remove_cv_t<T>>(v)); };
+    }
+    return m;
+  }();
+  return mirror;
+}
+
+// Several payload values of one case: a tuple labelled by the case's member names.
+template <class Case>
+const VeltoTypeMirror& casePayloadTupleMirror() noexcept {
+  static const VeltoTypeMirror mirror = [] {
+    VeltoTypeMirror m = makeMirror<Case>();
+    m.style = VeltoDisplayStyle::tuple;
+    return m;
+  }();
+  return mirror;
+}
+
+}  // namespace velto::detail

@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Builds the benchmarks (RelWithDebInfo) and runs them all, or those named: bench.sh via dispatch
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/bootstrap.sh
+cmake --preset default >/dev/null
+cmake --build --preset default
+for binary in build/default/bench/velto_bench_*; do
+  name=${binary##*/velto_bench_}
+  if [ $# -eq 0 ] || [[ " $* " == *" $name "* ]]; then
+    echo "== $name"
+    "$binary" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+  fi
+done
