@@ -24,31 +24,6 @@
 
 #include "velto/VeltoMirror.hpp"
 
-class VeltoAny;
-
-/// An arguments dictionary: string keys to any values, in insertion order (which is the
-/// order debug output shows unless it sorts keys). Duplicate keys are kept as given.
-class VeltoArgs {
- public:
-  using value_type = std::pair<std::string, VeltoAny>;
-
-  VeltoArgs() = default;
-  VeltoArgs(std::initializer_list<value_type> entries);
-
-  /// Appends one entry; keeps any earlier entry with the same key.
-  void append(std::string key, VeltoAny value);
-  /// The value of the first entry named `key`, or null.
-  [[nodiscard]] const VeltoAny* find(std::string_view key) const noexcept;
-
-  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
-  [[nodiscard]] bool empty() const noexcept { return entries_.empty(); }
-  [[nodiscard]] auto begin() const noexcept { return entries_.begin(); }
-  [[nodiscard]] auto end() const noexcept { return entries_.end(); }
-
- private:
-  std::vector<value_type> entries_;
-};
-
 namespace velto::detail {
 
 struct AnyBox {
@@ -94,7 +69,7 @@ class VeltoAny {
       : box_(std::make_shared<const velto::detail::AnyBoxOf<velto::detail::AnyStored<T>>>(std::forward<T>(value))) {}
 
   /// Records a `VeltoArgs` dictionary: `VeltoAny args = {{"key", k}, {"event", e}}`.
-  VeltoAny(std::initializer_list<VeltoArgs::value_type> entries) : VeltoAny(VeltoArgs(entries)) {}
+  VeltoAny(std::initializer_list<std::pair<std::string, VeltoAny>> entries);
 
   [[nodiscard]] bool hasValue() const noexcept { return box_ != nullptr; }
   [[nodiscard]] explicit operator bool() const noexcept { return hasValue(); }
@@ -121,3 +96,28 @@ class VeltoAny {
  private:
   std::shared_ptr<const velto::detail::AnyBox> box_;
 };
+
+/// An arguments dictionary: string keys to any values, in insertion order (which is the
+/// order debug output shows unless it sorts keys). Duplicate keys are kept as given.
+class VeltoArgs {
+ public:
+  using value_type = std::pair<std::string, VeltoAny>;
+
+  VeltoArgs() = default;
+  VeltoArgs(std::initializer_list<value_type> entries);
+
+  /// Appends one entry; keeps any earlier entry with the same key.
+  void append(std::string key, VeltoAny value);
+  /// The value of the first entry named `key`, or null.
+  [[nodiscard]] const VeltoAny* find(std::string_view key) const noexcept;
+
+  [[nodiscard]] std::size_t size() const noexcept { return entries_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return entries_.empty(); }
+  [[nodiscard]] auto begin() const noexcept { return entries_.begin(); }
+  [[nodiscard]] auto end() const noexcept { return entries_.end(); }
+
+ private:
+  std::vector<value_type> entries_;
+};
+
+inline VeltoAny::VeltoAny(std::initializer_list<std::pair<std::string, VeltoAny>> entries) : VeltoAny(VeltoArgs(entries)) {}

@@ -7,6 +7,12 @@ VeltoJunction::VeltoJunction(std::shared_ptr<const VeltoVia> parent, VeltoStackF
   if (!parent_) velto::detail::fatalStop("VeltoJunction: parent trail is null");
 }
 
+VeltoJunction::VeltoJunction(std::shared_ptr<const VeltoVia> parent, VeltoAny args,
+                             const std::optional<VeltoCodeSite>& invokerSite, const VeltoCodeSite& codeSite)
+    : parent_(std::move(parent)), stackFrame_(std::move(args), invokerSite, codeSite) {
+  if (!parent_) velto::detail::fatalStop("fork: the trail to fork is null");
+}
+
 VeltoJunction::~VeltoJunction() {
   // Release a chain of junctions that only this one holds in a loop; the default recursive
   // release would overflow the stack on trails hundreds of thousands of frames deep.
@@ -29,20 +35,16 @@ std::vector<VeltoStackFrame> VeltoJunction::stackFrames() const {
   std::size_t depth = 0;
   const VeltoVia* node = this;
   for (; const VeltoJunction* junction = node->asJunction(); node = junction->parent_.get()) ++depth;
-  std::vector<VeltoStackFrame> root = node->stackFrames();
-
   std::vector<VeltoStackFrame> frames;
-  frames.reserve(depth + root.size());
+  frames.reserve(depth + node->stackFrameCount());
   for (node = this; const VeltoJunction* junction = node->asJunction(); node = junction->parent_.get()) {
     frames.push_back(junction->stackFrame_);
   }
-  frames.insert(frames.end(), std::make_move_iterator(root.begin()), std::make_move_iterator(root.end()));
+  node->appendStackFrames(frames);
   return frames;
 }
 
 std::shared_ptr<const VeltoJunction> fork(std::shared_ptr<const VeltoVia> via, VeltoAny args,
                                           std::optional<VeltoCodeSite> invokerSite, VeltoCodeSite forkSite) {
-  if (!via) velto::detail::fatalStop("fork: the trail to fork is null");
-  return std::make_shared<const VeltoJunction>(std::move(via),
-                                               VeltoStackFrame(std::move(args), invokerSite, forkSite));
+  return std::make_shared<const VeltoJunction>(std::move(via), std::move(args), invokerSite, forkSite);
 }

@@ -38,6 +38,11 @@ class VeltoImpetus final : public VeltoVia {
   friend bool operator==(const VeltoImpetus& lhs, const VeltoImpetus& rhs) noexcept;
 
  private:
+  void appendStackFrames(std::vector<VeltoStackFrame>& frames) const override {
+    frames.insert(frames.end(), stackFrames_.begin(), stackFrames_.end());
+  }
+  [[nodiscard]] std::size_t stackFrameCount() const override { return stackFrames_.size(); }
+
   std::string name_;
   double timestampEpoch_;
   std::vector<VeltoStackFrame> stackFrames_;

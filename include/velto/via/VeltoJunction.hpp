@@ -22,6 +22,9 @@ class VeltoJunction final : public VeltoVia {
  public:
   /// REQUIRES: `parent` is not null (fatal stop otherwise).
   VeltoJunction(std::shared_ptr<const VeltoVia> parent, VeltoStackFrame stackFrame);
+  /// The same, building the frame in place (what `fork` uses).
+  VeltoJunction(std::shared_ptr<const VeltoVia> parent, VeltoAny args, const std::optional<VeltoCodeSite>& invokerSite,
+                const VeltoCodeSite& codeSite);
   ~VeltoJunction() override;
 
   VeltoJunction(const VeltoJunction&) = delete;

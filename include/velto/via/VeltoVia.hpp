@@ -47,6 +47,12 @@ class VeltoVia {
   friend class VeltoJunction;
   // Lets junctions walk their ancestors in a loop (no recursion, however deep the trail).
   [[nodiscard]] virtual const VeltoJunction* asJunction() const noexcept { return nullptr; }
+  // Appends this trail's frames to `frames` (the roots: without an intermediate vector).
+  virtual void appendStackFrames(std::vector<VeltoStackFrame>& frames) const {
+    auto own = stackFrames();
+    frames.insert(frames.end(), own.begin(), own.end());
+  }
+  [[nodiscard]] virtual std::size_t stackFrameCount() const { return stackFrames().size(); }
 };
 
 /// Extends `via` by one frame: a new junction whose parent is `via` and whose frame holds
