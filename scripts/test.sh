@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite under AddressSanitizer + UndefinedBehaviorSanitizer, then
-# the suites that exercise threads under ThreadSanitizer. Exits non-zero on any failure.
+# the suites that exercise threads (CONCURRENCY_SUITES) under ThreadSanitizer. Exits non-zero on
+# any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -13,6 +14,7 @@ cmake --preset asan >/dev/null
 cmake --build --preset asan
 ctest --preset asan
 
-cmake --preset tsan -DVELTO_TEST_SUITES="core;dispatch;event_bus;state_machine;networking" >/dev/null
+CONCURRENCY_SUITES="core;via;dispatch;event_bus;state_machine;networking"
+cmake --preset tsan -DVELTO_TEST_SUITES="$CONCURRENCY_SUITES" >/dev/null
 cmake --build --preset tsan
 ctest --preset tsan
