@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
-cmake --preset default >/dev/null
+cmake --preset default -DVELTO_BUILD_BENCHMARKS=ON -DVELTO_BUILD_TESTS=OFF -DVELTO_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build --preset default
 for binary in build/default/bench/velto_bench_*; do
   name=${binary##*/velto_bench_}

@@ -62,6 +62,11 @@ class VeltoError final : public VeltoPlatformError {
   [[nodiscard]] const VeltoArgs& userInfo() const override;
   [[nodiscard]] std::shared_ptr<const VeltoPlatformError> underlyingError() const override { return nullptr; }
 
+  /// Debug output of the fields in declaration order: "frameworkError", "impetus", "message",
+  /// "timestampEpoch", "uuid", "stackFrames".
+  VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                  VeltoDynamicDebugEncoder& dynamicEncoder) const override;
+
  private:
   std::shared_ptr<const VeltoPlatformError> frameworkError_;
   std::optional<VeltoImpetus> impetus_;

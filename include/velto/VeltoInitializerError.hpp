@@ -22,6 +22,9 @@ class VeltoInitializerError final : public VeltoPlatformError {
   [[nodiscard]] std::string localizedDescription() const override;
   [[nodiscard]] const VeltoArgs& userInfo() const override;
   [[nodiscard]] std::shared_ptr<const VeltoPlatformError> underlyingError() const override { return nullptr; }
+  /// Debug output: "message".
+  VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                  VeltoDynamicDebugEncoder& dynamicEncoder) const override;
 
   [[nodiscard]] friend bool operator==(const VeltoInitializerError& lhs, const VeltoInitializerError& rhs) noexcept {
     return lhs.message_ == rhs.message_;

@@ -45,11 +45,14 @@
 #include <boost/describe/members.hpp>
 #include <boost/describe/modifiers.hpp>
 #include <boost/mp11/algorithm.hpp>
+#include <boost/uuid/uuid.hpp>
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
+#include <vector>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -76,6 +79,63 @@ struct VeltoMainThreadOnlyEncodable {};
 /// Specialise for a type you cannot change to give it custom debug rendering (see above).
 template <class T>
 struct VeltoDebugConformance {};
+
+/// Conformances shipped with the library for standard and Boost types; their operations are
+/// defined with the debug encoder.
+///   boost::uuids::uuid  the canonical upper-case text
+///   char                a string holding the one character
+///   VeltoData           "byteCount" and, by the data behaviour, "base64"
+///   T*, std::span<T>    only with includeAddresses: "__type" and "__address" (else nothing)
+template <>
+struct VeltoDebugConformance<boost::uuids::uuid> {
+  static VeltoResult<void> encodeForDynamicDebug(const boost::uuids::uuid&, VeltoEncoder&, VeltoDynamicDebugEncoder&);
+  static VeltoResult<void> encodeForDynamicDebug(const boost::uuids::uuid&, VeltoKeyedEncodingContainer&, std::string_view,
+                                                 VeltoDynamicDebugEncoder&);
+  static VeltoResult<void> encodeForDynamicDebug(const boost::uuids::uuid&, VeltoUnkeyedEncodingContainer&,
+                                                 VeltoDynamicDebugEncoder&);
+};
+
+template <>
+struct VeltoDebugConformance<char> {
+  static VeltoResult<void> encodeForDynamicDebug(const char&, VeltoEncoder&, VeltoDynamicDebugEncoder&);
+  static VeltoResult<void> encodeForDynamicDebug(const char&, VeltoKeyedEncodingContainer&, std::string_view,
+                                                 VeltoDynamicDebugEncoder&);
+  static VeltoResult<void> encodeForDynamicDebug(const char&, VeltoUnkeyedEncodingContainer&, VeltoDynamicDebugEncoder&);
+};
+
+template <>
+struct VeltoDebugConformance<std::vector<std::byte>> {
+  static constexpr std::string_view debugTypeName = "VeltoData";
+  static VeltoResult<void> encodeChildrenForDynamicDebug(const std::vector<std::byte>&, VeltoKeyedEncodingContainer&,
+                                                         VeltoDynamicDebugEncoder&);
+};
+
+namespace velto::detail {
+VeltoResult<void> encodeAddressOnly(const void* address, std::string_view typeName, VeltoEncoder&, VeltoDynamicDebugEncoder&);
+VeltoResult<void> encodeAddressOnly(const void* address, std::string_view typeName, VeltoKeyedEncodingContainer&,
+                                    std::string_view key, VeltoDynamicDebugEncoder&);
+VeltoResult<void> encodeAddressOnly(const void* address, std::string_view typeName, VeltoUnkeyedEncodingContainer&,
+                                    VeltoDynamicDebugEncoder&);
+}  // namespace velto::detail
+
+template <class T>
+struct VeltoDebugConformance<T*> {
+  template <class Destination, class... Rest>
+  static auto encodeForDynamicDebug(T* const& pointer, Destination& destination, Rest&&... rest) {
+    return velto::detail::encodeAddressOnly(static_cast<const void*>(pointer), velto::detail::typeName<T*>(), destination,
+                                            std::forward<Rest>(rest)...);
+  }
+};
+
+template <class T, std::size_t Extent>
+struct VeltoDebugConformance<std::span<T, Extent>> {
+  template <class Destination, class... Rest>
+  static auto encodeForDynamicDebug(const std::span<T, Extent>& buffer, Destination& destination, Rest&&... rest) {
+    return velto::detail::encodeAddressOnly(static_cast<const void*>(buffer.data()),
+                                            velto::detail::typeName<std::span<T, Extent>>(), destination,
+                                            std::forward<Rest>(rest)...);
+  }
+};
 
 /// The display styles of the reflective walk. `none` covers scalars, text, closures and
 /// opaque values.
@@ -123,7 +183,7 @@ struct VeltoCustomDebugHooks {
 /// What the debug encoder knows of one type. One static instance per type; immutable.
 struct VeltoTypeMirror {
   const std::type_info& type;
-  const std::string& (*staticTypeName)();
+  std::string_view (*staticTypeName)();
   VeltoDisplayStyle style = VeltoDisplayStyle::none;
   /// Children in mirror order (members, elements, the present optional's value, an
   /// enumeration's payload labelled by its case name or unlabelled). Null: no children.
@@ -134,8 +194,10 @@ struct VeltoTypeMirror {
   bool keysAreText = false;
   /// Objects: the object's identity (its address).
   const void* (*identity)(const void* value) = nullptr;
-  /// Objects of polymorphic types: the dynamic type. Null: the static type.
+  /// Objects of polymorphic types: the dynamic type, and the address of the complete (most
+  /// derived) object. Null: the static type is the whole story.
   const std::type_info& (*dynamicType)(const void* value) = nullptr;
+  const void* (*mostDerived)(const void* value) = nullptr;
   /// Enumerations: the case's plain printed name.
   std::string (*caseName)(const void* value) = nullptr;
   /// The value's own encodable form, when it has one.
@@ -158,6 +220,11 @@ template <class T>
 const VeltoTypeMirror& mirrorOf() noexcept;
 template <class T>
 const VeltoTypeMirror& objectMirrorOf() noexcept;
+
+/// The object mirrors of polymorphic types, by dynamic type, so that an object seen through a
+/// base pointer renders with its own members. Thread-safe.
+void registerObjectMirror(const std::type_info& type, const VeltoTypeMirror& mirror) noexcept;
+[[nodiscard]] const VeltoTypeMirror* registeredObjectMirror(const std::type_info& type) noexcept;
 
 template <class Case>
 const VeltoTypeMirror& casePayloadTupleMirror() noexcept;
@@ -224,6 +291,20 @@ concept TraitCustomEncoding = requires(const T& t, VeltoEncoder& e, VeltoKeyedEn
   VeltoDebugConformance<T>::encodeForDynamicDebug(t, k, key, d);
   VeltoDebugConformance<T>::encodeForDynamicDebug(t, u, d);
 };
+
+template <class T>
+concept TraitTypeName = requires {
+  { VeltoDebugConformance<T>::debugTypeName } -> std::convertible_to<std::string_view>;
+};
+
+template <class T>
+std::string_view staticTypeNameOf() {
+  if constexpr (TraitTypeName<T>) {
+    return VeltoDebugConformance<T>::debugTypeName;
+  } else {
+    return typeName<T>();
+  }
+}
 
 template <class T>
 concept OwnContainerEncoding = requires(const T& t, VeltoKeyedEncodingContainer& k, VeltoDynamicDebugEncoder& d) {
@@ -359,7 +440,7 @@ VeltoScalar scalarOf(const void* v) {
 
 template <class T>
 VeltoTypeMirror makeMirror() noexcept {
-  VeltoTypeMirror m{typeid(T), &typeName<T>};
+  VeltoTypeMirror m{typeid(T), &staticTypeNameOf<T>};
   if constexpr (TraitCustomEncoding<T> || OwnCustomEncoding<T>) m.custom = &CustomHooks<T>::hooks;
   if constexpr (TraitContainerEncoding<T> || OwnContainerEncoding<T>) m.customChildren = &customChildren<T>;
   if constexpr (HasDebugDescription<T>) m.debugDescription = [](const void* v) { return std::string(as<T>(v).debugDescription()); };
@@ -467,6 +548,10 @@ const VeltoTypeMirror& objectMirrorOf() noexcept {
     }
     if constexpr (std::is_polymorphic_v<T>) {
       m.dynamicType = [](const void* v) -> const std::type_info& { return typeid(as<std::remove_cv_t<T>>(v)); };
+      m.mostDerived = [](const void* v) { return dynamic_cast<const void*>(&as<std::remove_cv_t<T>>(v)); };
+      // Identity is the complete object's address, whichever base it is seen through.
+      m.identity = m.mostDerived;
+      registerObjectMirror(typeid(T), m);
     }
     return m;
   }();
@@ -485,3 +570,11 @@ const VeltoTypeMirror& casePayloadTupleMirror() noexcept {
 }
 
 }  // namespace velto::detail
+
+/// Makes objects of dynamic type T render with T's own members (then its bases') when they are
+/// reached through a pointer to a base. Holding any std::shared_ptr<T> in a recorded value does
+/// the same; call this when objects are only ever handed around as their base.
+template <class T>
+void VeltoRegisterObjectType() noexcept {
+  (void)velto::detail::objectMirrorOf<T>();
+}

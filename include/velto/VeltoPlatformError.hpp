@@ -15,6 +15,9 @@
 
 #include "velto/VeltoAny.hpp"
 
+class VeltoKeyedEncodingContainer;
+class VeltoDynamicDebugEncoder;
+
 /// An immutable error object, shared by `std::shared_ptr<const VeltoPlatformError>`.
 /// VeltoError and VeltoInitializerError are platform errors too; `make` creates a plain one.
 ///
@@ -36,6 +39,11 @@ class VeltoPlatformError {
   [[nodiscard]] virtual const VeltoArgs& userInfo() const = 0;
   /// The error that caused this one, if any (outcome classification follows this chain).
   [[nodiscard]] virtual std::shared_ptr<const VeltoPlatformError> underlyingError() const = 0;
+
+  /// Debug output: "code", "domain", "localizedDescription", then "userInfo" when it is not
+  /// empty. Errors with fields of their own (VeltoError, VeltoInitializerError) write those.
+  virtual VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                          VeltoDynamicDebugEncoder& dynamicEncoder) const;
 
   /// A plain error object with the given fields.
   [[nodiscard]] static std::shared_ptr<const VeltoPlatformError> make(

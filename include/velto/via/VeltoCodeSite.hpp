@@ -11,6 +11,11 @@
 #include <string>
 #include <string_view>
 
+class VeltoKeyedEncodingContainer;
+class VeltoDynamicDebugEncoder;
+template <class T>
+class VeltoResult;
+
 /// A source position: file path, function text and line. Regular value type.
 ///
 /// Cost: the two texts are not owned. They point at storage that lives for the whole process
@@ -59,6 +64,10 @@ class VeltoCodeSite {
     return lhs.lineNumber_ == rhs.lineNumber_ && lhs.fileName_ == rhs.fileName_ &&
            lhs.functionName_ == rhs.functionName_;
   }
+
+  /// Debug output: "fileName" (the sanitized last path component), "functionName", "lineNumber".
+  VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                  VeltoDynamicDebugEncoder& dynamicEncoder) const;
 
  private:
   constexpr VeltoCodeSite(std::string_view fileName, std::string_view functionName, std::uint64_t lineNumber) noexcept

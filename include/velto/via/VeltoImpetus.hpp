@@ -33,6 +33,8 @@ class VeltoImpetus final : public VeltoVia {
 
   [[nodiscard]] VeltoImpetus impetus() const override { return *this; }
   [[nodiscard]] std::vector<VeltoStackFrame> stackFrames() const override { return stackFrames_; }
+  VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                  VeltoDynamicDebugEncoder& dynamicEncoder) const override;
 
   /// Equal in all fields (name, time stamp, frames by code sites, invoker sites and the same args).
   friend bool operator==(const VeltoImpetus& lhs, const VeltoImpetus& rhs) noexcept;

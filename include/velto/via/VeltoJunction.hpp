@@ -37,6 +37,8 @@ class VeltoJunction final : public VeltoVia {
   [[nodiscard]] VeltoImpetus impetus() const override;
   /// This junction's frame, then the parent's frames in their order.
   [[nodiscard]] std::vector<VeltoStackFrame> stackFrames() const override;
+  VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                  VeltoDynamicDebugEncoder& dynamicEncoder) const override;
 
  private:
   [[nodiscard]] const VeltoJunction* asJunction() const noexcept override { return this; }

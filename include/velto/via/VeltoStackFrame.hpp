@@ -23,6 +23,11 @@ class VeltoStackFrame {
   [[nodiscard]] const VeltoCodeSite& codeSite() const noexcept { return codeSite_; }
   [[nodiscard]] const std::optional<VeltoCodeSite>& invokerSite() const noexcept { return invokerSite_; }
 
+  /// Debug output: "args" (any value), "codeSite", "invokerSite" (absent ones follow the
+  /// encoder's null policy); the first failure stops and is passed on.
+  VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                  VeltoDynamicDebugEncoder& dynamicEncoder) const;
+
  private:
   VeltoAny args_;
   VeltoCodeSite codeSite_;

@@ -38,6 +38,11 @@ class VeltoVia {
   /// paths, not hot paths. No depth limit.
   [[nodiscard]] virtual std::vector<VeltoStackFrame> stackFrames() const = 0;
 
+  /// Debug output of the stored fields: an impetus writes "name", "timestampEpoch",
+  /// "stackFrames"; a junction "parent", "stackFrame".
+  virtual VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                          VeltoDynamicDebugEncoder& dynamicEncoder) const = 0;
+
  protected:
   VeltoVia() = default;
   VeltoVia(const VeltoVia&) = default;
