@@ -79,9 +79,9 @@ TEST(VeltoDispatchTimer, suspendHoldsEventsBackAndResumeLetsThemThrough) {
   timer->suspend();
   // An event already submitted may still arrive; after that, nothing while suspended.
   auto ticking = startedTimer(control, true);
-  ASSERT_TRUE(control.waitFor(3));
+  ASSERT_TRUE(control.waitFor(10));
   const int held = counter.value();
-  ASSERT_TRUE(control.waitFor(8));
+  ASSERT_TRUE(control.waitFor(15));
   EXPECT_EQ(counter.value(), held);
   timer->resume();
   EXPECT_TRUE(counter.waitFor(held + 2));
@@ -95,10 +95,10 @@ TEST(VeltoDispatchTimer, cancelStopsDeliveryForGood) {
   timer->cancel();
   EXPECT_TRUE(timer->isCancelled());
   auto ticking = startedTimer(control, true);
-  ASSERT_TRUE(control.waitFor(3));
+  ASSERT_TRUE(control.waitFor(10));
   const int after = counter.value();
   timer->resume();
-  ASSERT_TRUE(control.waitFor(8));
+  ASSERT_TRUE(control.waitFor(15));
   EXPECT_EQ(counter.value(), after);
 }
 
