@@ -13,6 +13,6 @@ cmake --preset asan >/dev/null
 cmake --build --preset asan
 ctest --preset asan
 
-cmake --preset tsan -DVELTO_TEST_SUITES="core;dispatch;event_bus;state_machine;networking" >/dev/null
+cmake --preset tsan -DVELTO_TEST_SUITES="core;dispatch;via;event_bus;state_machine;networking" >/dev/null
 cmake --build --preset tsan
 ctest --preset tsan

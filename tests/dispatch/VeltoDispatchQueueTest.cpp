@@ -55,8 +55,8 @@ TEST(VeltoDispatchQueue, asyncNeverRunsInlineEvenFromTheQueueItself) {
   auto queue = VeltoDispatchQueue::createSerial("inline");
   std::promise<std::thread::id> ranOn;
   bool ranBeforeReturn = true;
+  bool ran = false;  // outlives the sync body: the async work writes it later
   queue->sync([&] {
-    bool ran = false;
     queue->async([&] {
       ran = true;
       ranOn.set_value(std::this_thread::get_id());
@@ -185,8 +185,8 @@ TEST(VeltoDispatchQueue, asyncAfterWithAPastDeadlineStillRunsAsynchronously) {
   auto queue = VeltoDispatchQueue::createSerial("past");
   std::promise<void> ran;
   bool ranBeforeReturn = true;
+  bool flag = false;  // outlives the sync body: the async work writes it later
   queue->sync([&] {
-    bool flag = false;
     queue->asyncAfter(std::chrono::steady_clock::now() - 1s, [&] {
       flag = true;
       ran.set_value();

@@ -61,8 +61,8 @@ TEST_F(VeltoDispatchQueueVia, successfulAsyncWorkLogsNothing) {
 TEST_F(VeltoDispatchQueueVia, asyncNeverRunsTheClosureInline) {
   std::promise<void> ran;
   bool ranBeforeReturn = true;
+  bool flag = false;  // outlives the sync body: the async work writes it later
   queue->sync([&] {
-    bool flag = false;
     async(*queue, logger, impetus, [&] {
       flag = true;
       ran.set_value();
@@ -91,8 +91,8 @@ TEST_F(VeltoDispatchQueueVia, zeroDelayStillRunsAsynchronouslyAndBareDelayRuns) 
   std::promise<void> bare;
   std::promise<void> logged;
   bool ranBeforeReturn = true;
+  bool flag = false;  // outlives the sync body: the async work writes it later
   queue->sync([&] {
-    bool flag = false;
     delay(*queue, 0.0, [&] {
       flag = true;
       bare.set_value();
