@@ -1,0 +1,52 @@
+// VeltoMainQueue: the main thread's side of the main queue. Nothing runs the main queue on its
+// own: the application's main thread drains it, in one of three forms.
+//
+//   VeltoDispatchQueue::main()->async([] { updateScreen(); });   // from any thread
+//   int main() {
+//     ...
+//     VeltoMainQueue::run();                          // until VeltoMainQueue::stop()
+//   }
+//   VeltoMainQueue::runUntil([&] { return done; });    // tests: until a condition holds
+//   VeltoMainQueue::drainPending();                   // an existing event loop: once per turn
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+/// Drains the main queue (VeltoDispatchQueue::main()) on the main thread.
+///
+/// The main thread is the process's initial thread. Main-queue work runs only inside the calls
+/// below, on that thread, one item at a time in submission order, with the main queue current.
+/// A `sync` onto the main queue from another thread waits until the main thread drains up to
+/// it (and deadlocks if the main thread never drains); from the main thread it first runs the
+/// main queue's pending work, then its own, inline.
+///
+/// Thread safety: `isMainThread` and `stop` may be called from any thread; the draining calls
+/// only from the main thread (any other thread is a fatal stop).
+class VeltoMainQueue {
+ public:
+  VeltoMainQueue() = delete;
+
+  /// True on the process's initial thread.
+  [[nodiscard]] static bool isMainThread() noexcept;
+
+  /// Runs the main-queue work pending at the time of the call (work it submits waits for the
+  /// next drain) and returns whether anything was run. Never waits for new work.
+  static bool drainPending();
+
+  /// Drains the main queue as work arrives until `done()` holds, checked before the first wait
+  /// and after every batch of main-queue work, or until `deadline`. Returns the last `done()`.
+  /// Make whatever satisfies `done` post to the main queue, or it is noticed only at the deadline.
+  static bool runUntil(const std::function<bool()>& done,
+                       std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max());
+
+  /// Drains the main queue as work arrives until `deadline`.
+  static void runUntil(std::chrono::steady_clock::time_point deadline);
+
+  /// Drains the main queue as work arrives until `stop()` is called (a stop requested before
+  /// `run` makes it return at once, once).
+  static void run();
+
+  /// Makes the current or next `run()` return.
+  static void stop();
+};

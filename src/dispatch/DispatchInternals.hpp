@@ -1,0 +1,94 @@
+// Internals shared by the dispatch sources: the worker pool, the per-thread current-queue chain,
+// the serial queue and the main loop. Never included by public headers (Boost.Asio stays here).
+#pragma once
+
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/thread_pool.hpp>
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "velto/detail/FutexLock.hpp"
+#include "velto/dispatch/VeltoDispatchQueue.hpp"
+
+namespace velto::detail {
+
+/// The process-wide pool under every queue, created on first use and never destroyed (work
+/// may still be pending when static destructors run).
+boost::asio::thread_pool& workerPool();
+
+/// One link of the calling thread's chain of queues it is running work for, innermost first.
+struct QueueFrame {
+  const VeltoDispatchQueue* queue;
+  const QueueFrame* outer;
+};
+
+/// The innermost frame of the calling thread, or null.
+const QueueFrame*& currentQueueFrame() noexcept;
+
+/// Marks the calling thread as running work of `queue` for the scope's lifetime.
+class QueueFrameScope {
+ public:
+  explicit QueueFrameScope(const VeltoDispatchQueue* queue) noexcept
+      : frame_{queue, currentQueueFrame()} {
+    currentQueueFrame() = &frame_;
+  }
+  ~QueueFrameScope() { currentQueueFrame() = frame_.outer; }
+  QueueFrameScope(const QueueFrameScope&) = delete;
+  QueueFrameScope& operator=(const QueueFrameScope&) = delete;
+
+ private:
+  QueueFrame frame_;
+};
+
+/// Stops the program: `work` of `queue` threw out of an asynchronous item.
+[[noreturn]] void stopOnEscapedException(const VeltoDispatchQueue& queue) noexcept;
+
+/// A serial queue. Ownership protocol: `owned_` is true while exactly one party (a drain on
+/// the pool, the main thread's drain, or a `sync` caller) runs the queue's work; every item
+/// pushed while it is true is picked up by that party before it lets go.
+class SerialDispatchQueue final : public VeltoDispatchQueue {
+ public:
+  SerialDispatchQueue(std::string label, VeltoQualityOfService qualityOfService, bool isMain);
+
+  /// Runs pending work until the queue is empty (then lets go) or `budget` items have run
+  /// (then schedules itself again). REQUIRES: the caller owns the queue.
+  void drain(std::size_t budget);
+
+ private:
+  struct Baton;
+  struct Item {
+    Work work;
+    Baton* baton = nullptr;  // set for a `sync` caller waiting for its turn
+  };
+
+  void submit(Work work) override;
+  void runSync(velto::detail::WorkRef work) override;
+  void schedule();
+  void release();
+  void acquireAsMainThread();
+
+  FutexLock lock_;
+  bool owned_ = false;
+  const bool isMain_;
+  std::vector<Item> pending_;
+  std::vector<Item> batch_;  // only touched by the owner
+};
+
+/// The main thread's side of the main queue.
+struct MainLoop {
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool drainScheduled = false;  // the main queue is owned for a drain the main thread must run
+  bool stopRequested = false;
+  std::uint64_t signals = 0;  // bumped on every change a waiting main thread may care about
+
+  static MainLoop& shared();
+  void signal(bool scheduleDrain);
+};
+
+SerialDispatchQueue& mainSerialQueue();
+
+}  // namespace velto::detail
