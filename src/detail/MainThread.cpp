@@ -1,18 +1,13 @@
 #include "velto/detail/MainThread.hpp"
 
-#include <atomic>
-#include <thread>
+#include <unistd.h>
 
 namespace velto::detail {
-namespace {
 
-// Static initialisation runs on the process's initial thread before main().
-std::atomic<std::thread::id> mainThreadId{std::this_thread::get_id()};
-
-}  // namespace
-
-bool isMainThread() noexcept { return mainThreadId.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
-
-void setMainThreadToCurrent() noexcept { mainThreadId.store(std::this_thread::get_id(), std::memory_order_relaxed); }
+bool isMainThread() noexcept {
+  // On Linux the initial thread's id is the process id.
+  static thread_local const bool isMain = gettid() == getpid();
+  return isMain;
+}
 
 }  // namespace velto::detail

@@ -1,12 +1,10 @@
-// The main-thread test: the process's initial thread unless the application names another.
+// The main-thread test below the dispatch layer: the process's initial thread (the same rule as
+// VeltoMainQueue::isMainThread, which the dispatch layer offers publicly).
 #pragma once
 
 namespace velto::detail {
 
-/// True on the thread the library treats as the main thread. Thread-safe, wait-free.
+/// True on the process's initial thread. Thread-safe, wait-free after the first call per thread.
 [[nodiscard]] bool isMainThread() noexcept;
-
-/// Makes the calling thread the main thread (for applications whose main loop runs elsewhere).
-void setMainThreadToCurrent() noexcept;
 
 }  // namespace velto::detail
