@@ -1,6 +1,8 @@
-// A small photo-sharing application's "upload" path, end to end on the library's main road:
-// an impetus starts the trail, each layer forks it, the innermost call fails, and the failure
-// travels outward gaining one frame per layer until the top prints it with its whole trail.
+// A small photo-sharing application's "share" path, end to end on the library's main road: an
+// impetus starts the trail, each layer forks it, work hops onto a serial queue, the innermost
+// call fails, the failure travels outward gaining one frame per layer, and because no caller
+// can receive it on the queue it goes to the fallback logger, which prints it on the main
+// thread as debug JSON with the whole trail.
 #include <velto/velto.hpp>
 
 #include <cstdio>
@@ -10,72 +12,64 @@ namespace {
 
 using Via = std::shared_ptr<const VeltoVia>;
 
-void printSite(const char* label, const VeltoCodeSite& site) {
-  std::printf("      %s %s:%llu %.*s\n", label, VeltoCodeSite::sanitized(site.fileName()).value_or("").c_str(),
-              static_cast<unsigned long long>(site.lineNumber()), static_cast<int>(site.functionName().size()),
-              site.functionName().data());
-}
-
-void printError(const VeltoError& error) {
-  std::printf("error \"%s\" (uuid %s)\n", error.message().c_str(), error.uuidString().c_str());
-  std::printf("  frames, innermost first:\n");
-  int index = 0;
-  for (const auto& frame : error.stackFrames()) {
-    std::printf("    #%d\n", index++);
-    printSite("at", frame.codeSite());
-    if (frame.invokerSite()) printSite("called from", *frame.invokerSite());
-    if (const auto* args = frame.args().get<VeltoArgs>()) {
-      for (const auto& [key, value] : *args) {
-        std::printf("      arg %s: %.*s\n", key.c_str(), static_cast<int>(value.typeName().size()), value.typeName().data());
-      }
-    }
-  }
-  if (error.impetus()) std::printf("  impetus: \"%s\"\n", error.impetus()->name().c_str());
-  if (const auto& cause = error.frameworkError()) {
-    std::printf("  caused by: %s %lld \"%s\"\n", cause->domain().c_str(), static_cast<long long>(cause->code()),
-                cause->localizedDescription().c_str());
-  }
-}
+struct Photo {
+  std::string name;
+  std::size_t bytes;
+  VeltoSensitiveString ownerToken;
+};
+BOOST_DESCRIBE_STRUCT(Photo, (), (name, bytes, ownerToken))
 
 // The storage layer: refuses photos over its quota.
-VeltoResult<std::string> storePhoto(const Via& via, const std::string& name, std::size_t bytes,
-                                    VeltoCodeSite caller = VeltoCodeSite::current()) {
-  const auto junction = fork(via, {}, caller, VELTO_SITE("Demo/Storage", "storePhoto(via:name:bytes:)"));
-  (void)junction;
-  if (bytes > 1'000'000) {
-    auto quota = VeltoPlatformError::make("DemoStorageDomain", 507, "Insufficient storage");
-    return VeltoResult<std::string>::fromMessage("Photo exceeds the storage quota", {{"name", name}, {"bytes", bytes}},
-                                                 quota);
+VeltoResult<std::string> storePhoto(const Via& via, const Photo& photo, VeltoCodeSite caller = VeltoCodeSite::current()) {
+  const auto junction = fork(via, {}, caller, VELTO_SITE("Demo/Storage", "storePhoto(via:photo:)"));
+  if (photo.bytes > 1'000'000) {
+    auto quota = VeltoPlatformError::make("DemoStorageDomain", 507, "Insufficient storage", {{"quotaBytes", 1'000'000}});
+    return VeltoResult<std::string>::fromMessage("Photo exceeds the storage quota", {{"photo", photo}}, quota);
   }
-  return "photos/" + name;
+  return "photos/" + photo.name;
 }
 
-// The upload service: stores, then would notify followers.
-VeltoResult<std::string> uploadPhoto(const Via& via, const std::string& name, std::size_t bytes,
-                                     VeltoCodeSite caller = VeltoCodeSite::current()) {
-  const auto junction = fork(via, {{"name", name}}, caller, VELTO_SITE("Demo/UploadService", "uploadPhoto(via:name:bytes:)"));
-  auto stored = storePhoto(junction, name, bytes);
-  if (!stored) return VeltoResult<std::string>::fromError(stored.error(), {{"stage", std::string("store")}});
-  return stored;
-}
+// The upload service: confines its work to a serial queue.
+class UploadService {
+ public:
+  explicit UploadService(std::shared_ptr<VeltoLogging> logger)
+      : queue_(VeltoSerialQueue::create("com.example.demo.upload", std::move(logger))) {}
 
-// The screen's action handler: the top, which holds the trail and reports.
-VeltoResult<void> shareTapped(const Via& via, VeltoCodeSite caller = VeltoCodeSite::current()) {
+  // Asynchronous: returns at once; a failure on the queue goes to the queue's logger.
+  void beginUpload(const Via& via, Photo photo, VeltoCodeSite caller = VeltoCodeSite::current()) {
+    const auto junction = fork(via, {}, caller, VELTO_SITE("Demo/UploadService", "beginUpload(photo:via:)"));
+    queue_->async(junction, [photo = std::move(photo)](const Via& queueVia) -> VeltoResult<void> {
+      auto stored = storePhoto(queueVia, photo);
+      if (!stored) return VeltoResult<void>::fromError(stored.error(), {{"stage", std::string("store")}});
+      return VeltoResultVoidSuccess;
+    });
+  }
+
+  // Waits until everything submitted so far has run.
+  void waitUntilIdle() { queue_->sync([] {}); }
+
+ private:
+  std::shared_ptr<VeltoSerialQueue> queue_;
+};
+
+// The screen's action handler.
+void shareTapped(const Via& via, UploadService& uploads, VeltoCodeSite caller = VeltoCodeSite::current()) {
   const auto junction = fork(via, {}, caller, VELTO_SITE("Demo/ShareScreen", "shareTapped(via:)"));
-  auto uploaded = uploadPhoto(junction, "sunset.heic", 4'200'000);
-  if (!uploaded) return VeltoResult<void>::failure(uploaded.error().appending(junction));
-  return VeltoResultVoidSuccess;
+  uploads.beginUpload(junction, Photo{"sunset.heic", 4'200'000, VeltoSensitiveString("owner-secret-token")});
 }
 
 }  // namespace
 
 int main() {
-  const auto impetus = VeltoImpetus::create("User tapped Share");
-  const auto result = shareTapped(impetus);
-  if (result) {
-    std::printf("shared\n");
-    return 1;  // the demo's photo is meant to be refused
+  UploadService uploads(VeltoFallbackLogger::create());
+  shareTapped(VeltoImpetus::create("User tapped Share"), uploads);
+
+  // The failure was logged from the queue's thread, so the fallback logger handed the printing
+  // to the main queue; the application's main thread drains it.
+  uploads.waitUntilIdle();
+  if (!VeltoMainQueue::drainPending()) {
+    std::fprintf(stderr, "demo: expected a logged failure\n");
+    return 1;
   }
-  printError(result.error());
   return 0;
 }
