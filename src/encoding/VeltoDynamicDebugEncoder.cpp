@@ -78,10 +78,6 @@ struct ChildList final : VeltoChildSink {
   void child(std::string_view label, VeltoValueRef value) override { children.push_back({label, value}); }
 };
 
-struct EntryList final : VeltoEntrySink {
-  std::vector<std::pair<VeltoValueRef, VeltoValueRef>> entries;
-  void entry(VeltoValueRef key, VeltoValueRef value) override { entries.emplace_back(key, value); }
-};
 
 }  // namespace
 
@@ -272,46 +268,66 @@ struct DebugWalk {
   }
 
   VeltoResult<void> dictionary(VeltoValueRef item, const Destination& destination) {
-    EntryList list;
-    if (item.mirror->entries) item.mirror->entries(item.value, list);
-    auto& entries = list.entries;
-    if (entries.empty()) {
+    if (!item.mirror->entries) {
       destination.open(boost::json::kind::object);
       return VeltoResultVoidSuccess;
     }
+    // One pass over the entries wherever possible: large dictionaries are scattered in memory,
+    // and every extra visit of an entry is a cache miss.
+    struct Visit final : VeltoEntrySink {
+      DebugWalk& walk;
+      const Destination& destination;
+      const bool textKeys;
+      const bool sorted;
+      boost::json::value* object = nullptr;
+      boost::json::value* array = nullptr;
+      bool describedKeys = false;
+      bool first = true;
+      VeltoResult<void> result;
+      std::vector<std::pair<std::string, VeltoValueRef>> keyed;  // sorted entries, written after the visit
 
-    const VeltoTypeMirror& keyMirror = *entries.front().first.mirror;
-    if (item.mirror->keysAreText || keyMirror.debugDescription) {
-      // Keyed by the text itself, or by each key's printed text.
-      std::vector<std::pair<std::string, VeltoValueRef>> keyed;
-      keyed.reserve(entries.size());
-      for (const auto& [key, value] : entries) {
-        if (item.mirror->keysAreText) {
-          keyed.emplace_back(std::string(std::get<std::string_view>(key.mirror->scalar(key.value))), value);
+      Visit(DebugWalk& w, const Destination& d, bool text, bool sort) : walk(w), destination(d), textKeys(text), sorted(sort) {}
+
+      void entry(VeltoValueRef key, VeltoValueRef value) override {
+        if (first) {
+          first = false;
+          describedKeys = !textKeys && key.mirror->debugDescription;
+          if (textKeys || describedKeys) {
+            if (!sorted) object = &destination.open(boost::json::kind::object);
+          } else {
+            array = &destination.open(boost::json::kind::array);
+          }
+        }
+        if (!result) return;
+        if (array) {
+          auto& pair = Destination{Destination::Kind::unkeyed, array}.open(boost::json::kind::object);
+          result = walk.entry(key, {Destination::Kind::keyed, &pair, nullptr, VeltoDynamicDebugEncoder::Keys::key});
+          if (result) {
+            result = walk.entry(value, {Destination::Kind::keyed, &pair, nullptr, VeltoDynamicDebugEncoder::Keys::value});
+          }
+          return;
+        }
+        std::string text = textKeys ? std::string(std::get<std::string_view>(key.mirror->scalar(key.value)))
+                                    : (key.mirror->debugDescription ? key.mirror->debugDescription(key.value) : std::string());
+        if (sorted) {
+          keyed.emplace_back(std::move(text), value);
         } else {
-          keyed.emplace_back(key.mirror->debugDescription ? key.mirror->debugDescription(key.value) : std::string(), value);
+          result = walk.entry(value, {Destination::Kind::keyed, object, nullptr, text});
         }
       }
-      if (options().sortDictionaryKeys()) {
-        std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-      }
-      auto& object = destination.open(boost::json::kind::object);
-      for (const auto& [key, value] : keyed) {
-        if (auto result = entry(value, {Destination::Kind::keyed, &object, nullptr, key}); !result) return result;
-      }
+    } visit(*this, destination, item.mirror->keysAreText, options().sortDictionaryKeys());
+    item.mirror->entries(item.value, visit);
+
+    if (visit.first) {  // an empty dictionary is an empty object
+      destination.open(boost::json::kind::object);
       return VeltoResultVoidSuccess;
     }
-
-    auto& array = destination.open(boost::json::kind::array);
-    for (const auto& [key, value] : entries) {
-      auto& pair = Destination{Destination::Kind::unkeyed, &array}.open(boost::json::kind::object);
-      if (auto result = entry(key, {Destination::Kind::keyed, &pair, nullptr, VeltoDynamicDebugEncoder::Keys::key}); !result) {
-        return result;
-      }
-      if (auto result = entry(value, {Destination::Kind::keyed, &pair, nullptr, VeltoDynamicDebugEncoder::Keys::value});
-          !result) {
-        return result;
-      }
+    if (!visit.result || !visit.sorted || visit.array) return visit.result;
+    std::stable_sort(visit.keyed.begin(), visit.keyed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    auto& object = destination.open(boost::json::kind::object);
+    object.get_object().reserve(visit.keyed.size());
+    for (const auto& [key, value] : visit.keyed) {
+      if (auto result = entry(value, {Destination::Kind::keyed, &object, nullptr, key}); !result) return result;
     }
     return VeltoResultVoidSuccess;
   }

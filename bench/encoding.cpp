@@ -1,0 +1,128 @@
+// The debug encoder against building the same JSON by hand with Boost.JSON.
+#include <velto/encoding/VeltoDynamicDebugEncoder.hpp>
+
+#include <benchmark/benchmark.h>
+#include <boost/describe.hpp>
+#include <boost/json.hpp>
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "support/BenchMain.hpp"
+
+namespace {
+
+struct Reading {
+  std::string sensor;
+  std::string unit;
+  double value;
+  std::int64_t sequence;
+  bool calibrated;
+  std::vector<double> samples;
+  std::vector<std::string> tags;
+};
+BOOST_DESCRIBE_STRUCT(Reading, (), (sensor, unit, value, sequence, calibrated, samples, tags))
+
+// About 11 MB of compact JSON: 50,000 described structs with text, numbers and nested arrays.
+const std::vector<Reading>& readings() {
+  static const std::vector<Reading> data = [] {
+    std::vector<Reading> list;
+    list.reserve(50'000);
+    for (int i = 0; i < 50'000; ++i) {
+      Reading r{"sensor-" + std::to_string(i % 977) + "-north-wing-floor-" + std::to_string(i % 13),
+                i % 2 ? "celsius" : "kilopascal",
+                i * 0.37 + 0.125,
+                i,
+                i % 3 == 0,
+                {},
+                {}};
+      for (int s = 0; s < 12; ++s) r.samples.push_back(i * 0.001 + s * 1.5);
+      for (int t = 0; t < 4; ++t) r.tags.push_back("tag-" + std::to_string((i + t) % 101));
+      list.push_back(std::move(r));
+    }
+    return list;
+  }();
+  return data;
+}
+
+VeltoDynamicDebugEncoderOptions compact() {
+  using Data = VeltoDynamicDebugEncoderOptions::DataContentsBehaviour;
+  return VeltoDynamicDebugEncoderOptions(Data::excludeContents(), false, true, false, false, false, false, false, false, false);
+}
+
+void BM_VeltoDebugEncodeObjectGraph(benchmark::State& state) {
+  const auto& data = readings();
+  const auto options = compact();
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    auto encoded = VeltoDynamicDebugEncoder::encodeToData(data, options);
+    bytes = encoded.value().size();
+    benchmark::DoNotOptimize(encoded);
+  }
+  state.counters["MB"] = static_cast<double>(bytes) / 1e6;
+}
+BENCHMARK(BM_VeltoDebugEncodeObjectGraph)->Unit(benchmark::kMillisecond);
+
+// Anchor: the same document built by hand from the same structs, then serialised.
+void BM_BoostJsonByHandObjectGraph(benchmark::State& state) {
+  const auto& data = readings();
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    boost::json::array array;
+    array.reserve(data.size());
+    for (const auto& r : data) {
+      boost::json::object object;
+      object["sensor"] = r.sensor;
+      object["unit"] = r.unit;
+      object["value"] = r.value;
+      object["sequence"] = r.sequence;
+      object["calibrated"] = r.calibrated;
+      object["samples"] = boost::json::array(r.samples.begin(), r.samples.end());
+      boost::json::array tags;
+      for (const auto& t : r.tags) tags.emplace_back(t);
+      object["tags"] = std::move(tags);
+      array.emplace_back(std::move(object));
+    }
+    std::string text = boost::json::serialize(array);
+    bytes = text.size();
+    benchmark::DoNotOptimize(text);
+  }
+  state.counters["MB"] = static_cast<double>(bytes) / 1e6;
+}
+BENCHMARK(BM_BoostJsonByHandObjectGraph)->Unit(benchmark::kMillisecond);
+
+// Dictionaries of n string keys, sorted: the cost must stay linear-logarithmic in n.
+void BM_VeltoDebugEncodeDictionary(benchmark::State& state) {
+  std::unordered_map<std::string, int> dictionary;
+  for (int i = 0; i < state.range(0); ++i) dictionary.emplace("key-" + std::to_string(i * 7919), i);
+  const auto options = compact().replacing({}, {}, {}, {}, {}, {}, {}, {}, true);
+  for (auto _ : state) {
+    auto encoded = VeltoDynamicDebugEncoder::encodeToData(dictionary, options);
+    benchmark::DoNotOptimize(encoded);
+  }
+}
+BENCHMARK(BM_VeltoDebugEncodeDictionary)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+
+// Anchor for the scaling: inserting the same keys into a Boost.JSON object and serialising it.
+// Both sides grow the same way once the table no longer fits in cache.
+void BM_BoostJsonObjectOfKeys(benchmark::State& state) {
+  std::vector<std::string> keys;
+  for (int i = 0; i < state.range(0); ++i) keys.push_back("key-" + std::to_string(i * 7919));
+  for (auto _ : state) {
+    boost::json::object object;
+    for (int i = 0; i < state.range(0); ++i) object[keys[static_cast<std::size_t>(i)]] = i;
+    std::string text = boost::json::serialize(object);
+    benchmark::DoNotOptimize(text);
+  }
+}
+BENCHMARK(BM_BoostJsonObjectOfKeys)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+VELTO_BENCH_RATIO(BM_BoostJsonObjectOfKeys/100000, BM_BoostJsonObjectOfKeys/10000,
+                  "the substrate's own growth for 10 times the keys");
+VELTO_BENCH_RATIO(BM_VeltoDebugEncodeObjectGraph, BM_BoostJsonByHandObjectGraph,
+                  "time vs Boost.JSON by hand (target <= 2.0, i.e. at least half its speed)");
+VELTO_BENCH_RATIO(BM_VeltoDebugEncodeDictionary/100000, BM_VeltoDebugEncodeDictionary/10000,
+                  "100,000 vs 10,000 keys (target <= 12)");
