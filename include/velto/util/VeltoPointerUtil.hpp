@@ -61,11 +61,11 @@ class VeltoPointerUtil {
   [[nodiscard]] static VeltoResult<U> executeWithUnsafePointer(const VeltoData& data, Callable&& executeUnsafe) {
     const T* base = pointerFromData<T>(data);
     if (base == nullptr) {
-      return VeltoResult<U>::fromMessage("Failed to get base address", failureArgs<T, U>(data), nullptr, site<30>());
+      return VeltoResult<U>::fromMessage("Failed to get base address", failureArgs<T, U>(data), nullptr, kNoBaseAddressSite);
     }
     std::optional<VeltoResult<U>> executed = executeUnsafe(base, data.size());
-    if (!executed) return VeltoResult<U>::fromMessage("No execution result", failureArgs<T, U>(data), nullptr, site<35>());
-    if (executed->isFailure()) return VeltoResult<U>::fromError(executed->error(), failureArgs<T, U>(data), site<40>());
+    if (!executed) return VeltoResult<U>::fromMessage("No execution result", failureArgs<T, U>(data), nullptr, kNoResultSite);
+    if (executed->isFailure()) return VeltoResult<U>::fromError(executed->error(), failureArgs<T, U>(data), kFailedSite);
     return std::move(*executed);
   }
 
@@ -76,8 +76,9 @@ class VeltoPointerUtil {
   }
 
   // The lines are fixed so that recorded trails stay comparable with those of earlier releases.
-  template <std::uint64_t Line>
-  static constexpr VeltoCodeSite site() noexcept {
-    return VeltoCodeSite("Util/VeltoPointerUtil", "executeWithUnsafePointer(data:executeUnsafe:)", Line);
-  }
+  static constexpr char kFile[] = "Util/VeltoPointerUtil";
+  static constexpr char kFunction[] = "executeWithUnsafePointer(data:executeUnsafe:)";
+  static constexpr VeltoCodeSite kNoBaseAddressSite{kFile, kFunction, 30};
+  static constexpr VeltoCodeSite kNoResultSite{kFile, kFunction, 35};
+  static constexpr VeltoCodeSite kFailedSite{kFile, kFunction, 40};
 };
