@@ -4,6 +4,9 @@
 #include <unicode/unistr.h>
 #include <unicode/utypes.h>
 
+#include <mutex>
+#include <vector>
+
 namespace {
 
 constexpr char kFile[] = "Util/VeltoRegex";
@@ -22,15 +25,58 @@ std::string utf8(const icu::UnicodeString& text) {
 
 namespace velto::detail {
 
+// The compiled pattern plus a pool of idle matchers. A matcher is the mutable half of ICU's
+// regex; reusing one saves allocating its state on every call. Matchers are leased under a
+// mutex held only to pop and push, so any number of threads can match at once; the pool grows
+// to the largest number of concurrent callers and lives as long as the regex.
 struct RegexEngine {
   std::unique_ptr<icu::RegexPattern> pattern;
+  mutable std::mutex mutex;
+  mutable std::vector<std::unique_ptr<icu::RegexMatcher>> idle;
 
-  // A matcher over `text`, which must outlive it. Null only when ICU runs out of memory.
-  [[nodiscard]] std::unique_ptr<icu::RegexMatcher> matcher(const icu::UnicodeString& text) const {
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::RegexMatcher> made(pattern->matcher(text, status));
-    if (U_FAILURE(status)) return nullptr;
-    return made;
+  class Lease {
+   public:
+    Lease(const RegexEngine& engine, std::unique_ptr<icu::RegexMatcher> matcher) noexcept
+        : engine_(engine), matcher_(std::move(matcher)) {}
+    Lease(const Lease&) = delete;
+    Lease& operator=(const Lease&) = delete;
+    ~Lease() {
+      if (!matcher_) return;
+      // Point the idle matcher at a text that outlives it rather than at the caller's.
+      matcher_->reset(emptyText());
+      const std::lock_guard<std::mutex> lock(engine_.mutex);
+      engine_.idle.push_back(std::move(matcher_));
+    }
+    [[nodiscard]] icu::RegexMatcher* get() const noexcept { return matcher_.get(); }
+    [[nodiscard]] icu::RegexMatcher* operator->() const noexcept { return matcher_.get(); }
+    [[nodiscard]] explicit operator bool() const noexcept { return matcher_ != nullptr; }
+
+   private:
+    static const icu::UnicodeString& emptyText() {
+      static const icu::UnicodeString empty;
+      return empty;
+    }
+    const RegexEngine& engine_;
+    std::unique_ptr<icu::RegexMatcher> matcher_;
+  };
+
+  // A matcher over `text`, which must outlive the lease. Empty only when ICU runs out of memory.
+  [[nodiscard]] Lease matcher(const icu::UnicodeString& text) const {
+    std::unique_ptr<icu::RegexMatcher> leased;
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      if (!idle.empty()) {
+        leased = std::move(idle.back());
+        idle.pop_back();
+      }
+    }
+    if (!leased) {
+      UErrorCode status = U_ZERO_ERROR;
+      leased.reset(pattern->matcher(status));
+      if (U_FAILURE(status)) leased.reset();
+    }
+    if (leased) leased->reset(text);
+    return Lease(*this, std::move(leased));
   }
 };
 

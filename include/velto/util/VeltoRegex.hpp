@@ -26,9 +26,10 @@ struct RegexEngine;
 
 /// An immutable compiled pattern, shared by reference (make returns a shared_ptr).
 ///
-/// Cost: each operation converts the text to UTF-16 and makes one ICU matcher (a few small
-/// allocations) before matching. Thread safety: immutable; any number of threads may use one
-/// regex at once.
+/// Cost: each operation converts the text to UTF-16 and leases an ICU matcher from the regex's
+/// own pool (two uncontended mutex operations; a new matcher only when every pooled one is in
+/// use), then matches. The pool holds one matcher per thread that ever matched concurrently.
+/// Thread safety: logically immutable; any number of threads may use one regex at once.
 class VeltoRegex {
   struct Token {};
 
