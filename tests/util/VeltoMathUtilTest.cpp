@@ -59,6 +59,8 @@ TEST(VeltoMathUtil, powerTests) {
   EXPECT_FALSE(VeltoMathUtil::is(10.0, 2.0));
   EXPECT_TRUE(VeltoMathUtil::is(1.0, 7.0)) << "7^0";
   EXPECT_TRUE(VeltoMathUtil::is(U64{1024}, U64{2}));
+  EXPECT_TRUE(VeltoMathUtil::is(U64{1} << 63, 2)) << "mixed integer types";
+  EXPECT_TRUE(VeltoMathUtil::is(~U64{0}, 2)) << "2^64 - 1 converts to the double 2^64: the arithmetic as written";
   EXPECT_TRUE(VeltoMathUtil::is(-8, -8) == VeltoMathUtil::is(-8.0, -8.0)) << "integers go through doubles (NaN here)";
   EXPECT_FALSE(VeltoMathUtil::is(kNaN, 2.0));
 }

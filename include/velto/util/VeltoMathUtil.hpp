@@ -54,9 +54,9 @@ class VeltoMathUtil {
 
   /// Whether log(value) / log(base) is a whole number (exactly, in doubles).
   [[nodiscard]] static bool is(double value, double base) noexcept;
-  /// The same, with both integers converted to doubles.
-  template <std::integral I>
-  [[nodiscard]] static bool is(I value, I base) noexcept {
+  /// The same, with both integers converted to doubles (signed or unsigned as their types are).
+  template <std::integral Value, std::integral Base>
+  [[nodiscard]] static bool is(Value value, Base base) noexcept {
     return is(static_cast<double>(value), static_cast<double>(base));
   }
 
