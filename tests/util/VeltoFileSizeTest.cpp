@@ -1,5 +1,7 @@
 #include <velto/util/VeltoFileSize.hpp>
 
+#include <velto/VeltoAny.hpp>
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -113,6 +115,13 @@ TEST(VeltoFileSize, differenceCarriesMagnitudeAndSign) {
 
   const auto extreme = VeltoFileSize::fromBits(0) - VeltoFileSize::fromBits(kMax);
   EXPECT_EQ(extreme.magnitude().bits(), kMax);
+}
+
+TEST(VeltoFileSize, diffMirrorsAsAnEnumerationForDebugOutput) {
+  const VeltoAny recorded = VeltoFileSize::fromBits(1) - VeltoFileSize::fromBits(2);
+  const VeltoValueRef ref = recorded.ref();
+  EXPECT_EQ(ref.mirror->style, VeltoDisplayStyle::enumeration);
+  EXPECT_EQ(ref.mirror->caseName(ref.value), "negative");
 }
 
 TEST(VeltoFileSizeDeathTest, overflowStopsTheProcess) {
