@@ -14,6 +14,11 @@
 
 #include "velto/VeltoResult.hpp"
 
+class VeltoKeyedEncodingContainer;
+class VeltoDynamicDebugEncoder;
+template <class T>
+class VeltoResult;
+
 /// A version made only through `make`, so never without components. Regular value type.
 ///
 /// Ordering is deliberately not the usual version ordering (see operator<).
@@ -53,6 +58,10 @@ class VeltoBinaryVersion {
     if (lhs.components_.size() != rhs.components_.size()) return lhs.components_.size() < rhs.components_.size();
     return lhs.components_ < rhs.components_;
   }
+
+  /// Debug output of the stored fields: "components".
+  VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                  VeltoDynamicDebugEncoder& dynamicEncoder) const;
 
  private:
   explicit VeltoBinaryVersion(std::vector<std::uint64_t> components) noexcept : components_(std::move(components)) {}

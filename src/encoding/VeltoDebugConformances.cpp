@@ -7,12 +7,15 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "velto/VeltoBinaryVersion.hpp"
 #include "velto/VeltoError.hpp"
 #include "velto/VeltoInitializerError.hpp"
 #include "velto/encoding/VeltoDynamicDebugEncoder.hpp"
 #include "velto/encoding/VeltoEncodableAddress.hpp"
 #include "velto/encoding/VeltoSensitiveData.hpp"
 #include "velto/encoding/VeltoSensitiveString.hpp"
+#include "velto/util/VeltoDoubleDomain.hpp"
+#include "velto/util/VeltoFileSize.hpp"
 #include "velto/via/VeltoJunction.hpp"
 
 namespace {
@@ -265,4 +268,23 @@ Result VeltoError::encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& co
 Result VeltoInitializerError::encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
                                                             VeltoDynamicDebugEncoder&) const {
   return container.encode("message", message_);
+}
+
+// ---- values ------------------------------------------------------------------------------------
+
+Result VeltoFileSize::encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container, VeltoDynamicDebugEncoder&) const {
+  VELTO_TRY(container.encode("bits", bits_));
+  return container.encode("bytesEntire", bytesEntire_);
+}
+
+Result VeltoDoubleDomain::encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                        VeltoDynamicDebugEncoder& dynamicEncoder) const {
+  VELTO_TRY(dynamicEncoder.encode(min_, container, "min"));
+  VELTO_TRY(dynamicEncoder.encode(max_, container, "max"));
+  return dynamicEncoder.encode(range_, container, "range");
+}
+
+Result VeltoBinaryVersion::encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                         VeltoDynamicDebugEncoder& dynamicEncoder) const {
+  return dynamicEncoder.encode(components_, container, "components");
 }

@@ -352,3 +352,13 @@ TEST(VeltoDynamicDebugEncoder, optionsReplaceOnlyWhatIsGiven) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(VeltoDynamicDebugEncoder, libraryValuesRenderTheirStoredFields) {
+  EXPECT_EQ(render(VeltoFileSize::fromBytes(3)), boost::json::parse(R"({"bits":24,"bytesEntire":3})"));
+  EXPECT_EQ(render(VeltoFileSize::fromBytes(3) - VeltoFileSize::fromBytes(5)),
+            boost::json::parse(R"({"negative":{"bits":16,"bytesEntire":2}})"));
+}
+
+}  // namespace

@@ -23,6 +23,11 @@
 #include "velto/VeltoResult.hpp"
 #include "velto/util/VeltoPrecision.hpp"
 
+class VeltoKeyedEncodingContainer;
+class VeltoDynamicDebugEncoder;
+template <class T>
+class VeltoResult;
+
 /// An oriented interval: `min` (the start), `max` (the end) and `range` (max - min, computed at
 /// construction and stored). Regular, immutable value type; every operation is pure arithmetic
 /// on doubles, never fails and never stops the program (a zero range is special-cased, values
@@ -173,6 +178,10 @@ class VeltoDoubleDomain {
 
   /// Combines min, max and range in that order, each by its bit pattern, -0 as 0.
   [[nodiscard]] std::size_t hash() const noexcept;
+
+  /// Debug output of the stored fields: "min", "max", "range".
+  VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                  VeltoDynamicDebugEncoder& dynamicEncoder) const;
 
  private:
   struct Stored {};

@@ -14,6 +14,11 @@
 #include <string_view>
 #include <variant>
 
+class VeltoKeyedEncodingContainer;
+class VeltoDynamicDebugEncoder;
+template <class T>
+class VeltoResult;
+
 /// A size in bits plus the whole bytes it holds. Regular, immutable value type.
 ///
 /// Only `bits` takes part in equality, ordering and arithmetic. Every constructor and the sum
@@ -80,6 +85,10 @@ class VeltoFileSize {
                                                                   const VeltoFileSize& rhs) noexcept {
     return lhs.bits_ <=> rhs.bits_;
   }
+
+  /// Debug output of the stored fields: "bits", "bytesEntire".
+  VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                  VeltoDynamicDebugEncoder& dynamicEncoder) const;
 
  private:
   constexpr VeltoFileSize(std::uint64_t bits, std::uint64_t bytesEntire) noexcept : bits_(bits), bytesEntire_(bytesEntire) {}
