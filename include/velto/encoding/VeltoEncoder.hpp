@@ -38,6 +38,24 @@ class VeltoSingleValueEncodingContainer;
 namespace velto::detail {
 template <class T>
 concept EncodableInteger = std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, char>;
+
+// The convenience forms of a container that writes scalars without keys: text of any spelling,
+// integers of any width, floats. Each forwards to the derived container's core writes.
+template <class Container>
+class ScalarEncodingForms {
+ public:
+  VeltoResult<void> encode(const char* text) { return self().encode(std::string_view(text)); }
+  VeltoResult<void> encode(const std::string& text) { return self().encode(std::string_view(text)); }
+  template <EncodableInteger T>
+  VeltoResult<void> encode(T value) {
+    if constexpr (std::is_signed_v<T>) return self().encode(static_cast<std::int64_t>(value));
+    else return self().encode(static_cast<std::uint64_t>(value));
+  }
+  VeltoResult<void> encode(float value) { return self().encode(static_cast<double>(value)); }
+
+ private:
+  Container& self() { return static_cast<Container&>(*this); }
+};
 }  // namespace velto::detail
 
 /// A destination for exactly one value: the document itself, or one entry or element being
@@ -67,7 +85,7 @@ class VeltoEncoder {
 
 /// Writes one scalar into its destination. Each write may fail (a non-finite floating-point
 /// value where the encoding has no strategy for it), with the failure passed on unchanged.
-class VeltoSingleValueEncodingContainer {
+class VeltoSingleValueEncodingContainer : public velto::detail::ScalarEncodingForms<VeltoSingleValueEncodingContainer> {
  public:
   VeltoResult<void> encodeNull();
   VeltoResult<void> encode(bool value);
@@ -75,14 +93,7 @@ class VeltoSingleValueEncodingContainer {
   VeltoResult<void> encode(std::uint64_t value);
   VeltoResult<void> encode(double value);
   VeltoResult<void> encode(std::string_view text);
-  VeltoResult<void> encode(const char* text) { return encode(std::string_view(text)); }
-  VeltoResult<void> encode(const std::string& text) { return encode(std::string_view(text)); }
-  template <velto::detail::EncodableInteger T>
-  VeltoResult<void> encode(T value) {
-    if constexpr (std::is_signed_v<T>) return encode(static_cast<std::int64_t>(value));
-    else return encode(static_cast<std::uint64_t>(value));
-  }
-  VeltoResult<void> encode(float value) { return encode(static_cast<double>(value)); }
+  using velto::detail::ScalarEncodingForms<VeltoSingleValueEncodingContainer>::encode;
 
  private:
   friend class VeltoEncoder;
@@ -133,7 +144,7 @@ class VeltoKeyedEncodingContainer {
 };
 
 /// A JSON array being written, in order. Ownership and thread safety as for the keyed container.
-class VeltoUnkeyedEncodingContainer {
+class VeltoUnkeyedEncodingContainer : public velto::detail::ScalarEncodingForms<VeltoUnkeyedEncodingContainer> {
  public:
   VeltoUnkeyedEncodingContainer(VeltoUnkeyedEncodingContainer&&) noexcept;
   VeltoUnkeyedEncodingContainer& operator=(VeltoUnkeyedEncodingContainer&&) noexcept;
@@ -145,14 +156,7 @@ class VeltoUnkeyedEncodingContainer {
   VeltoResult<void> encode(std::uint64_t value);
   VeltoResult<void> encode(double value);
   VeltoResult<void> encode(std::string_view text);
-  VeltoResult<void> encode(const char* text) { return encode(std::string_view(text)); }
-  VeltoResult<void> encode(const std::string& text) { return encode(std::string_view(text)); }
-  template <velto::detail::EncodableInteger T>
-  VeltoResult<void> encode(T value) {
-    if constexpr (std::is_signed_v<T>) return encode(static_cast<std::int64_t>(value));
-    else return encode(static_cast<std::uint64_t>(value));
-  }
-  VeltoResult<void> encode(float value) { return encode(static_cast<double>(value)); }
+  using velto::detail::ScalarEncodingForms<VeltoUnkeyedEncodingContainer>::encode;
 
   [[nodiscard]] VeltoKeyedEncodingContainer nestedKeyedContainer();
   [[nodiscard]] VeltoUnkeyedEncodingContainer nestedUnkeyedContainer();
