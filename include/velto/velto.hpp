@@ -24,6 +24,8 @@
 #include "velto/dispatch/VeltoDispatchTimer.hpp"
 #include "velto/dispatch/VeltoMainQueue.hpp"
 #include "velto/dispatch/VeltoQualityOfService.hpp"
+#include "velto/encoding/VeltoBoxedNumber.hpp"
+#include "velto/encoding/VeltoBoxedValue.hpp"
 #include "velto/encoding/VeltoDynamicDebugEncoder.hpp"
 #include "velto/encoding/VeltoDynamicDebugEncoderOptions.hpp"
 #include "velto/encoding/VeltoEncodableAddress.hpp"
