@@ -5,14 +5,18 @@
 #include "velto/detail/Fatal.hpp"
 
 namespace velto::detail {
+namespace {
+// About a microsecond of pause instructions: longer than any section this lock is meant for.
+constexpr int kSpins = 200;
+}  // namespace
 
 void FutexLock::lockContended(std::string_view owner) noexcept {
   if (isHeldByCurrentThread()) {
     fatalStop(std::string(owner) + ": lock re-entered by the thread that holds it (would deadlock)");
   }
   // Spin briefly while the holder is likely still on a CPU: a hand-over inside the spin costs
-  // no system call on either side.
-  for (int spin = 0; spin < 100; ++spin) {
+  // no system call on either side. Once others sleep, join them rather than burn the CPU.
+  for (int spin = 0; spin < kSpins; ++spin) {
     std::uint32_t state = word_.load(std::memory_order_relaxed);
     if (state == 0 &&
         word_.compare_exchange_weak(state, 1, std::memory_order_acquire, std::memory_order_relaxed)) {
