@@ -6,8 +6,8 @@
 
 namespace velto::detail {
 namespace {
-// About a microsecond of pause instructions: longer than any section this lock is meant for.
-constexpr int kSpins = 200;
+// A few hundred nanoseconds of pause instructions: longer than the sections this lock is for.
+constexpr int kSpins = 100;
 }  // namespace
 
 void FutexLock::lockContended(std::string_view owner) noexcept {
