@@ -8,7 +8,10 @@
 
 #include <malloc.h>
 
+#include <condition_variable>
+#include <deque>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <string>
@@ -60,6 +63,54 @@ void BM_AsioStrandAsync(benchmark::State& state) {
 }
 BENCHMARK(BM_AsioStrandAsync)->Unit(benchmark::kMillisecond)->Iterations(2)->Repetitions(5)->UseRealTime();
 VELTO_BENCH_RATIO(BM_VeltoSerialQueueAsync, BM_AsioStrandAsync, "1,000,000 async closures, one producer (target <= 0.5)");
+
+// The simplest serial executor: one dedicated thread over a mutex, a condition variable and a
+// deque. A reference point only: it costs a thread per queue.
+class MutexDequeWorker {
+ public:
+  MutexDequeWorker() : thread_([this] { run(); }) {}
+  ~MutexDequeWorker() {
+    post(nullptr);
+    thread_.join();
+  }
+  void post(std::function<void()> work) {
+    {
+      std::lock_guard guard(mutex_);
+      items_.push_back(std::move(work));
+    }
+    ready_.notify_one();
+  }
+
+ private:
+  void run() {
+    for (;;) {
+      std::unique_lock guard(mutex_);
+      ready_.wait(guard, [this] { return !items_.empty(); });
+      std::function<void()> work = std::move(items_.front());
+      items_.pop_front();
+      guard.unlock();
+      if (!work) return;
+      work();
+    }
+  }
+  std::mutex mutex_;
+  std::condition_variable ready_;
+  std::deque<std::function<void()>> items_;
+  std::thread thread_;
+};
+
+void BM_MutexDequeWorkerAsync(benchmark::State& state) {
+  MutexDequeWorker worker;
+  for (auto _ : state) {
+    for (int i = 0; i < kClosures; ++i) worker.post([] {});
+    std::promise<void> done;
+    worker.post([&] { done.set_value(); });
+    done.get_future().wait();
+  }
+  state.SetItemsProcessed(state.iterations() * kClosures);
+}
+BENCHMARK(BM_MutexDequeWorkerAsync)->Unit(benchmark::kMillisecond)->Iterations(2)->Repetitions(5)->UseRealTime();
+VELTO_BENCH_RATIO(BM_VeltoSerialQueueAsync, BM_MutexDequeWorkerAsync, "async vs a thread-per-queue mutex+deque worker (report)");
 
 // A synchronous round trip onto an idle queue: Velto runs it inline on the caller.
 void BM_VeltoSerialQueueSync(benchmark::State& state) {
