@@ -1,6 +1,16 @@
+// Boost.Asio fences its handlers with std::atomic_thread_fence, which g++ flags under
+// ThreadSanitizer (-Wtsan); the pool's real synchronisation is its mutex, which TSan sees. The
+// pragma must precede every include to cover <atomic>.
+#if defined(__SANITIZE_THREAD__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wtsan"
+#endif
+
 #include "velto/dispatch/VeltoMainQueue.hpp"
 
 #include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 #include "dispatch/DispatchInternals.hpp"
 #include "velto/detail/Fatal.hpp"
@@ -31,10 +41,23 @@ std::uint64_t signalsNow(velto::detail::MainLoop& loop) {
 
 }  // namespace
 
+namespace {
+std::atomic<bool> mainThreadAdopted{false};
+std::atomic<std::thread::id> adoptedMainThread{};
+}  // namespace
+
 bool VeltoMainQueue::isMainThread() noexcept {
+  if (mainThreadAdopted.load(std::memory_order_acquire)) {
+    return adoptedMainThread.load(std::memory_order_relaxed) == std::this_thread::get_id();
+  }
   // On Linux the initial thread's id is the process id.
-  static thread_local const bool isMain = gettid() == getpid();
-  return isMain;
+  static thread_local const bool isInitialThread = gettid() == getpid();
+  return isInitialThread;
+}
+
+void VeltoMainQueue::adoptCurrentThreadAsMain() noexcept {
+  adoptedMainThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  mainThreadAdopted.store(true, std::memory_order_release);
 }
 
 bool VeltoMainQueue::drainPending() {

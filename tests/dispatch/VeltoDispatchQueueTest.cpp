@@ -51,6 +51,34 @@ TEST(VeltoDispatchQueue, serialQueueKeepsEachProducersOrderAndNeverOverlaps) {
   EXPECT_FALSE(outOfOrder.load()) << "a producer's items ran out of submission order";
 }
 
+// Syncs from many threads interleaved with async work: every hand-over of the queue between a
+// pool drain and a waiting caller is exercised, and any overlap loses an increment.
+TEST(VeltoDispatchQueue, mixedSyncAndAsyncFromManyThreadsNeverOverlap) {
+  auto queue = VeltoDispatchQueue::createSerial("mixed");
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 2000;
+  long counter = 0;  // queue-confined
+  std::atomic<int> running{0};
+  std::atomic<bool> overlapped{false};
+  auto body = [&] {
+    if (running.fetch_add(1) != 0) overlapped = true;
+    ++counter;
+    running.fetch_sub(1);
+  };
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < kRounds; ++i) {
+        queue->async(body);
+        queue->sync(body);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(queue->sync([&] { return counter; }), 2L * kThreads * kRounds);
+  EXPECT_FALSE(overlapped.load());
+}
+
 TEST(VeltoDispatchQueue, asyncNeverRunsInlineEvenFromTheQueueItself) {
   auto queue = VeltoDispatchQueue::createSerial("inline");
   std::promise<std::thread::id> ranOn;

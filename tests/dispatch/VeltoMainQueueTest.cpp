@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <future>
 #include <thread>
 #include <vector>
@@ -92,6 +93,23 @@ TEST(VeltoMainQueue, runUntilADeadlineReturnsWithoutWork) {
   const auto deadline = std::chrono::steady_clock::now() + 5ms;
   VeltoMainQueue::runUntil(deadline);
   EXPECT_GE(std::chrono::steady_clock::now(), deadline);
+}
+
+// Runs in a child process: the main thread stays adopted for the rest of the process.
+TEST(VeltoMainQueueDeathTest, adoptedThreadBecomesTheMainThreadAndDrainsTheMainQueue) {
+  EXPECT_EXIT(
+      {
+        bool adoptedIsMain = false;
+        bool ran = false;
+        VeltoDispatchQueue::main()->async([&] { ran = VeltoMainQueue::isMainThread(); });
+        std::thread([&] {
+          VeltoMainQueue::adoptCurrentThreadAsMain();
+          adoptedIsMain = VeltoMainQueue::isMainThread();
+          (void)VeltoMainQueue::drainPending();
+        }).join();
+        std::exit(adoptedIsMain && ran && !VeltoMainQueue::isMainThread() ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST(VeltoMainQueueDeathTest, drainingOffTheMainThreadStops) {

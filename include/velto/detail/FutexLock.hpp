@@ -17,8 +17,9 @@ namespace velto::detail {
 /// A three-state lock word (0 free, 1 held, 2 held with sleepers), unfair and not recursive.
 ///
 /// Cost: an uncontended lock is one compare-exchange, an unlock one exchange; the kernel is
-/// entered only when a thread must sleep or wake a sleeper. A short spin precedes sleeping,
-/// which is what keeps two contending threads from paying a futex round trip per hand-over.
+/// entered only when a thread must sleep or wake a sleeper. Under contention a waiter sleeps
+/// (after the brief polling of std::atomic::wait) instead of spinning, so the running thread
+/// keeps the word's cache line and re-takes the lock without a transfer.
 /// Re-entry by the holding thread is detected on the contended path only (the holder records
 /// itself with one relaxed store) and stops the program with one line instead of hanging.
 /// Thread safety: any thread may lock; only the holder may unlock.

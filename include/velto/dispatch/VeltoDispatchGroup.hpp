@@ -19,8 +19,13 @@
 #include "velto/dispatch/VeltoDispatchQueue.hpp"
 
 /// A counter of entered-but-not-left work. Created by `create()` (or as a plain member), not
-/// copyable. Notifications hold their queue and closure until the group empties; a group
-/// destroyed while not empty drops its notifications without running them.
+/// copyable. Notifications hold their queue and closure until the group empties, then are
+/// submitted asynchronously (never run inline by `leave`) in the order they were registered; a
+/// group destroyed while not empty drops its notifications without running them.
+///
+/// Deadlocks: `wait` blocks the calling thread. Waiting from work on a serial queue for group
+/// work submitted to that same queue never ends, and waiting on pool threads for work that needs
+/// a pool thread can exhaust the pool; prefer `notify` there.
 ///
 /// Thread safety: every operation may be called from any thread, concurrently.
 class VeltoDispatchGroup {

@@ -41,8 +41,8 @@ class WorkRef {
 /// or `main`, held by `std::shared_ptr`.
 ///
 /// Execution: every queue runs on one process-wide worker pool of max(2, hardware threads)
-/// threads, started on first use; a serial queue costs no thread, only a small object (under
-/// 200 bytes while idle), and occupies a pool thread only while it has work. A busy serial queue
+/// threads, started on first use; a serial queue costs no thread, only a small object (a few
+/// hundred bytes while idle, label included), and occupies a pool thread only while it has work. A busy serial queue
 /// gives its pool thread back after a bounded burst of items, so one queue cannot starve the
 /// others. The main queue never runs on the pool: the main thread drains it (VeltoMainQueue).
 ///

@@ -15,7 +15,8 @@
 
 /// Drains the main queue (VeltoDispatchQueue::main()) on the main thread.
 ///
-/// The main thread is the process's initial thread. Main-queue work runs only inside the calls
+/// The main thread is the process's initial thread unless `adoptCurrentThreadAsMain()` named
+/// another (for hosts whose event loop runs elsewhere). Main-queue work runs only inside the calls
 /// below, on that thread, one item at a time in submission order, with the main queue current.
 /// A `sync` onto the main queue from another thread waits until the main thread drains up to
 /// it (and deadlocks if the main thread never drains); from the main thread it first runs the
@@ -27,8 +28,13 @@ class VeltoMainQueue {
  public:
   VeltoMainQueue() = delete;
 
-  /// True on the process's initial thread.
+  /// True on the main thread: the process's initial thread by default.
   [[nodiscard]] static bool isMainThread() noexcept;
+
+  /// Makes the calling thread the main thread from now on. Call it once, before any main-queue
+  /// work is submitted; changing the main thread while the main queue is being drained is not
+  /// supported.
+  static void adoptCurrentThreadAsMain() noexcept;
 
   /// Runs the main-queue work pending at the time of the call (work it submits waits for the
   /// next drain) and returns whether anything was run. Never waits for new work.
