@@ -551,10 +551,13 @@ const VeltoTypeMirror& objectMirrorOf() noexcept {
       m.mostDerived = [](const void* v) { return dynamic_cast<const void*>(&as<std::remove_cv_t<T>>(v)); };
       // Identity is the complete object's address, whichever base it is seen through.
       m.identity = m.mostDerived;
-      registerObjectMirror(typeid(T), m);
     }
     return m;
   }();
+  if constexpr (std::is_polymorphic_v<T>) {
+    // Registered once the static exists: the registry keeps its address.
+    [[maybe_unused]] static const bool registered = (registerObjectMirror(typeid(T), mirror), true);
+  }
   return mirror;
 }
 
