@@ -122,7 +122,13 @@ template <class T>
 struct VeltoDebugConformance<T*> {
   template <class Destination, class... Rest>
   static auto encodeForDynamicDebug(T* const& pointer, Destination& destination, Rest&&... rest) {
-    return velto::detail::encodeAddressOnly(static_cast<const void*>(pointer), velto::detail::typeName<T*>(), destination,
+    const void* address;
+    if constexpr (std::is_function_v<T>) {
+      address = reinterpret_cast<const void*>(pointer);  // function pointers fit a data pointer on this platform
+    } else {
+      address = const_cast<const void*>(static_cast<const volatile void*>(pointer));
+    }
+    return velto::detail::encodeAddressOnly(address, velto::detail::typeName<T*>(), destination,
                                             std::forward<Rest>(rest)...);
   }
 };

@@ -7,6 +7,9 @@
 #include <boost/json.hpp>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -359,6 +362,42 @@ TEST(VeltoDynamicDebugEncoder, libraryValuesRenderTheirStoredFields) {
   EXPECT_EQ(render(VeltoFileSize::fromBytes(3)), boost::json::parse(R"({"bits":24,"bytesEntire":3})"));
   EXPECT_EQ(render(VeltoFileSize::fromBytes(3) - VeltoFileSize::fromBytes(5)),
             boost::json::parse(R"({"negative":{"bits":16,"bytesEntire":2}})"));
+}
+
+}  // namespace
+
+namespace {
+
+void freeFunction() {}
+struct WithMember {
+  int field;
+};
+
+// Logging anything at all must compile and produce a document (or the documented failure).
+TEST(VeltoDynamicDebugEncoder, rendersValuesOfEveryKindWithoutDescriptions) {
+  const auto options = plain().replacing({}, false);
+  std::atomic<int> atomic{1};
+  const int array[3] = {1, 2, 3};
+  const std::array<int, 2> stdArray{4, 5};
+  const std::chrono::milliseconds duration(5);
+  const std::string text = "x";
+  const std::reference_wrapper<const std::string> reference(text);
+  const std::vector<std::optional<int>> optionals{1, std::nullopt};
+  void (*function)() = &freeFunction;
+  int WithMember::*member = &WithMember::field;
+
+  EXPECT_TRUE(VeltoDynamicDebugEncoder::encodeToString(atomic, options).hasValue());
+  EXPECT_EQ(render(array, options), boost::json::parse("[1,2,3]"));
+  EXPECT_EQ(render(stdArray, options), boost::json::parse("[4,5]"));
+  EXPECT_TRUE(render(duration, options).is_string());
+  EXPECT_TRUE(render(reference, options).is_string() || render(reference, options).is_object());
+  EXPECT_EQ(render(optionals, options), boost::json::parse("[1,null]"));
+  EXPECT_TRUE(render(std::byte{7}, options).is_string());
+  EXPECT_TRUE(VeltoDynamicDebugEncoder::encodeToData(function, options).isFailure()) << "a pointer without addresses";
+  EXPECT_TRUE(render(std::make_tuple(function), plain()).at(".0").is_object());
+  EXPECT_TRUE(VeltoDynamicDebugEncoder::encodeToString(member, options).hasValue());
+  EXPECT_TRUE(render(nullptr, options).is_string());
+  EXPECT_TRUE(render(VeltoAny(), plain()).is_null());
 }
 
 }  // namespace
