@@ -284,7 +284,14 @@ struct DebugWalk {
       bool describedKeys = false;
       bool first = true;
       VeltoResult<void> result;
-      std::vector<std::pair<std::string, VeltoValueRef>> keyed;  // sorted entries, written after the visit
+      // Sorted dictionaries: each value is rendered during the visit, next to its key, and the
+      // rendered entries are sorted and moved into place afterwards.
+      struct Rendered {
+        std::string key;
+        boost::json::value json;
+        bool written = false;
+      };
+      std::vector<Rendered> keyed;
 
       Visit(DebugWalk& w, const Destination& d, bool text, bool sort) : walk(w), destination(d), textKeys(text), sorted(sort) {}
 
@@ -310,7 +317,8 @@ struct DebugWalk {
         std::string text = textKeys ? std::string(std::get<std::string_view>(key.mirror->scalar(key.value)))
                                     : (key.mirror->debugDescription ? key.mirror->debugDescription(key.value) : std::string());
         if (sorted) {
-          keyed.emplace_back(std::move(text), value);
+          auto& rendered = keyed.emplace_back(Rendered{std::move(text), {}, false});
+          result = walk.entry(value, {Destination::Kind::encoder, &rendered.json, &rendered.written});
         } else {
           result = walk.entry(value, {Destination::Kind::keyed, object, nullptr, text});
         }
@@ -323,11 +331,11 @@ struct DebugWalk {
       return VeltoResultVoidSuccess;
     }
     if (!visit.result || !visit.sorted || visit.array) return visit.result;
-    std::stable_sort(visit.keyed.begin(), visit.keyed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-    auto& object = destination.open(boost::json::kind::object);
-    object.get_object().reserve(visit.keyed.size());
-    for (const auto& [key, value] : visit.keyed) {
-      if (auto result = entry(value, {Destination::Kind::keyed, &object, nullptr, key}); !result) return result;
+    std::stable_sort(visit.keyed.begin(), visit.keyed.end(), [](const auto& a, const auto& b) { return a.key < b.key; });
+    auto& object = destination.open(boost::json::kind::object).get_object();
+    object.reserve(visit.keyed.size());
+    for (auto& rendered : visit.keyed) {
+      if (rendered.written) object[rendered.key] = std::move(rendered.json);
     }
     return VeltoResultVoidSuccess;
   }
