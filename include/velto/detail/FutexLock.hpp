@@ -17,9 +17,9 @@ namespace velto::detail {
 /// A three-state lock word (0 free, 1 held, 2 held with sleepers), unfair and not recursive.
 ///
 /// Cost: an uncontended lock is one compare-exchange, an unlock one exchange; the kernel is
-/// entered only when a thread must sleep or wake a sleeper. Under contention a waiter sleeps
-/// (after the brief polling of std::atomic::wait) instead of spinning, so the running thread
-/// keeps the word's cache line and re-takes the lock without a transfer.
+/// entered only when a thread must sleep or wake a sleeper. Under contention a waiter goes
+/// straight to sleep on the word (a futex, without the polling std::atomic::wait does first), so
+/// the running thread keeps the word's cache line and re-takes the lock without a transfer.
 /// Re-entry by the holding thread is detected on the contended path only (the holder records
 /// itself with one relaxed store) and stops the program with one line instead of hanging.
 /// Thread safety: any thread may lock; only the holder may unlock.
@@ -50,7 +50,7 @@ class FutexLock {
   /// REQUIRES: the calling thread holds the lock (not checked).
   void unlock() noexcept {
     holder_.store(nullptr, std::memory_order_relaxed);
-    if (word_.exchange(0, std::memory_order_release) == 2) word_.notify_one();
+    if (word_.exchange(0, std::memory_order_release) == 2) wakeOne();
   }
 
   /// True when the calling thread holds the lock. Exact for the caller, racy for others.
@@ -66,6 +66,7 @@ class FutexLock {
   }
 
   void lockContended(std::string_view owner) noexcept;
+  void wakeOne() noexcept;
 
   std::atomic<std::uint32_t> word_{0};
   std::atomic<const void*> holder_{nullptr};
