@@ -37,6 +37,10 @@
 //   specialization of VeltoDebugConformance<T> declared before the type is recorded.
 //   `std::string debugDescription() const` is the custom debug-string member; deriving from
 //   VeltoMainThreadOnlyEncodable marks values rendered only on the main thread.
+//
+// Objects seen through a pointer to a polymorphic base render with their dynamic type's name
+// and, once that type's mirror exists (VeltoRegisterObjectType<Derived>(), or any recorded
+// std::shared_ptr<Derived>), with its own members. Identity is the complete object's address.
 #pragma once
 
 #include <boost/describe/bases.hpp>

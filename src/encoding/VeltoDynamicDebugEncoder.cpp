@@ -389,7 +389,6 @@ VeltoResult<VeltoData> VeltoDynamicDebugEncoder::encodeRefToData(VeltoValueRef i
                                                                 const VeltoDynamicDebugEncoderOptions& options) {
   const EncodingContext& context = debugContext();
   VeltoDynamicDebugEncoder encoder(item, options);
-  encoder.context_ = &context;
   DebugWalk walk{encoder, context};
 
   boost::json::value document;

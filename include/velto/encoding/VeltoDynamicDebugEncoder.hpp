@@ -134,5 +134,4 @@ class VeltoDynamicDebugEncoder {
   std::unordered_set<VeltoEncodableAddress> encodedAddresses_;
   std::unordered_map<const std::type_info*, std::string> dynamicTypeNames_;
   std::size_t depth_ = 0;
-  const void* context_ = nullptr;  // the walk's encoding context, while encoding
 };
