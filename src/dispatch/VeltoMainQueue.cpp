@@ -7,13 +7,12 @@
 
 #include "velto/dispatch/VeltoMainQueue.hpp"
 
-#include <unistd.h>
-
 #include <atomic>
 #include <thread>
 
 #include "dispatch/DispatchInternals.hpp"
 #include "velto/detail/Fatal.hpp"
+#include "velto/detail/MainThread.hpp"
 
 namespace {
 
@@ -41,24 +40,9 @@ std::uint64_t signalsNow(velto::detail::MainLoop& loop) {
 
 }  // namespace
 
-namespace {
-std::atomic<bool> mainThreadAdopted{false};
-std::atomic<std::thread::id> adoptedMainThread{};
-}  // namespace
+bool VeltoMainQueue::isMainThread() noexcept { return velto::detail::isMainThread(); }
 
-bool VeltoMainQueue::isMainThread() noexcept {
-  if (mainThreadAdopted.load(std::memory_order_acquire)) {
-    return adoptedMainThread.load(std::memory_order_relaxed) == std::this_thread::get_id();
-  }
-  // On Linux the initial thread's id is the process id.
-  static thread_local const bool isInitialThread = gettid() == getpid();
-  return isInitialThread;
-}
-
-void VeltoMainQueue::adoptCurrentThreadAsMain() noexcept {
-  adoptedMainThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
-  mainThreadAdopted.store(true, std::memory_order_release);
-}
+void VeltoMainQueue::adoptCurrentThreadAsMain() noexcept { velto::detail::adoptCurrentThreadAsMain(); }
 
 bool VeltoMainQueue::drainPending() {
   requireMainThread("drainPending");

@@ -1,10 +1,14 @@
-// The main-thread test below the dispatch layer: the process's initial thread (the same rule as
-// VeltoMainQueue::isMainThread, which the dispatch layer offers publicly).
+// The main-thread test, below the dispatch layer so that the debug encoder and the fallback
+// logger share it: the process's initial thread, unless the host adopted another one
+// (VeltoMainQueue::adoptCurrentThreadAsMain, which is the public face of both calls).
 #pragma once
 
 namespace velto::detail {
 
-/// True on the process's initial thread. Thread-safe, wait-free after the first call per thread.
+/// True on the main thread. Thread-safe.
 [[nodiscard]] bool isMainThread() noexcept;
+
+/// Makes the calling thread the main thread from now on.
+void adoptCurrentThreadAsMain() noexcept;
 
 }  // namespace velto::detail
