@@ -10,7 +10,8 @@
 
 /// A platform error with one field, `message`. As an error object: domain "VeltoInitializerError"
 /// (its type name), code 1, no user information; the message is not its localized description
-/// (deliberately, as for VeltoError). Regular value type; thread safety: immutable.
+/// (deliberately, as for VeltoError). Regular value type.
+/// Thread safety: immutable.
 class VeltoInitializerError final : public VeltoPlatformError {
  public:
   explicit VeltoInitializerError(std::string message) : message_(std::move(message)) {}

@@ -190,7 +190,8 @@ struct VeltoCustomDebugHooks {
   VeltoResult<void> (*toUnkeyed)(const void* value, VeltoUnkeyedEncodingContainer&, VeltoDynamicDebugEncoder&);
 };
 
-/// What the debug encoder knows of one type. One static instance per type; immutable.
+/// What the debug encoder knows of one type. One static instance per type, built on first use.
+/// Thread safety: built under the language's thread-safe static initialisation, then immutable.
 struct VeltoTypeMirror {
   const std::type_info& type;
   std::string_view (*staticTypeName)();

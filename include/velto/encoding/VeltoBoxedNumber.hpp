@@ -18,7 +18,8 @@ class VeltoDynamicDebugEncoder;
 template <class T>
 class VeltoResult;
 
-/// A number with its storage code. Regular value type; thread safety: immutable.
+/// A number with its storage code. Regular value type
+/// Thread safety: immutable.
 class VeltoBoxedNumber {
  public:
   /// The platform's number-type codes.

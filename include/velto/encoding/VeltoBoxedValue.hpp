@@ -20,8 +20,8 @@ template <class T>
 class VeltoResult;
 
 /// A small value with its type-encoding text: points, rectangles and ranges (and anything else
-/// a bridge hands over, rendered by an explanatory entry). Regular value type; thread safety:
-/// immutable.
+/// a bridge hands over, rendered by an explanatory entry). Regular value type.
+/// Thread safety: immutable.
 class VeltoBoxedValue {
  public:
   [[nodiscard]] static VeltoBoxedValue point(double x, double y) { return {"{CGPoint=dd}", {x, y}}; }

@@ -14,7 +14,8 @@
 #include "velto/encoding/VeltoSensitiveString.hpp"
 #include "velto/encoding/VeltoStringEncoding.hpp"
 
-/// Wraps one byte buffer. Regular value type; thread safety: immutable.
+/// Wraps one byte buffer. Regular value type
+/// Thread safety: immutable.
 class VeltoSensitiveData {
  public:
   explicit VeltoSensitiveData(VeltoData raw) noexcept : data_(std::move(raw)) {}

@@ -14,7 +14,8 @@
 
 class VeltoSensitiveData;
 
-/// Wraps one string. Regular value type; thread safety: immutable.
+/// Wraps one string. Regular value type
+/// Thread safety: immutable.
 class VeltoSensitiveString {
  public:
   explicit VeltoSensitiveString(std::string raw) noexcept : string_(std::move(raw)) {}
