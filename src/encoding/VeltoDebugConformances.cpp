@@ -170,34 +170,8 @@ VeltoResult<VeltoEncodableAddress> VeltoEncodableAddress::noBaseAddress(VeltoCod
                                                          site);
 }
 
-Result VeltoEncodableAddress::encodeForDynamicDebug(VeltoEncoder& encoder, VeltoDynamicDebugEncoder&) const {
-  return writeText(debugDescription(), encoder);
-}
-Result VeltoEncodableAddress::encodeForDynamicDebug(VeltoKeyedEncodingContainer& container, std::string_view key,
-                                                    VeltoDynamicDebugEncoder&) const {
-  return writeText(debugDescription(), container, key);
-}
-Result VeltoEncodableAddress::encodeForDynamicDebug(VeltoUnkeyedEncodingContainer& container,
-                                                    VeltoDynamicDebugEncoder&) const {
-  return writeText(debugDescription(), container);
-}
-
-namespace {
-std::string_view sensitiveText(const VeltoSensitiveString& value, const VeltoDynamicDebugEncoder& encoder) {
-  return encoder.options().obfuscateSensitiveContent() ? std::string_view("[sensitive]") : std::string_view(value.raw());
-}
-}  // namespace
-
-Result VeltoSensitiveString::encodeForDynamicDebug(VeltoEncoder& encoder, VeltoDynamicDebugEncoder& dynamicEncoder) const {
-  return writeText(sensitiveText(*this, dynamicEncoder), encoder);
-}
-Result VeltoSensitiveString::encodeForDynamicDebug(VeltoKeyedEncodingContainer& container, std::string_view key,
-                                                   VeltoDynamicDebugEncoder& dynamicEncoder) const {
-  return writeText(sensitiveText(*this, dynamicEncoder), container, key);
-}
-Result VeltoSensitiveString::encodeForDynamicDebug(VeltoUnkeyedEncodingContainer& container,
-                                                   VeltoDynamicDebugEncoder& dynamicEncoder) const {
-  return writeText(sensitiveText(*this, dynamicEncoder), container);
+std::string_view VeltoSensitiveString::debugText(const VeltoDynamicDebugEncoder& dynamicEncoder) const {
+  return dynamicEncoder.options().obfuscateSensitiveContent() ? std::string_view("[sensitive]") : std::string_view(string_);
 }
 
 std::optional<VeltoSensitiveData> VeltoSensitiveString::data(VeltoStringEncoding encoding) const {

@@ -17,11 +17,12 @@
 
 #include "velto/VeltoInitializerError.hpp"
 #include "velto/VeltoResult.hpp"
+#include "velto/encoding/detail/DebugTextForms.hpp"
 
 /// An opaque address. Equality and hashing are those of the pointer value. Regular value type.
 /// It never dereferences, owns or keeps alive what it points at.
 /// Thread safety: immutable.
-class VeltoEncodableAddress {
+class VeltoEncodableAddress : public velto::detail::DebugTextForms<VeltoEncodableAddress> {
  public:
   /// The address of a typed or untyped pointer (null included). Never fails.
   explicit VeltoEncodableAddress(const volatile void* pointer) noexcept
@@ -49,12 +50,8 @@ class VeltoEncodableAddress {
 
   friend bool operator==(const VeltoEncodableAddress&, const VeltoEncodableAddress&) = default;
 
-  /// Written as its debugDescription, whatever the encoder's includeAddresses says.
-  VeltoResult<void> encodeForDynamicDebug(VeltoEncoder& encoder, VeltoDynamicDebugEncoder& dynamicEncoder) const;
-  VeltoResult<void> encodeForDynamicDebug(VeltoKeyedEncodingContainer& container, std::string_view key,
-                                          VeltoDynamicDebugEncoder& dynamicEncoder) const;
-  VeltoResult<void> encodeForDynamicDebug(VeltoUnkeyedEncodingContainer& container,
-                                          VeltoDynamicDebugEncoder& dynamicEncoder) const;
+  /// Debug output: its debugDescription, whatever the encoder's includeAddresses says.
+  [[nodiscard]] std::string debugText(const VeltoDynamicDebugEncoder&) const { return debugDescription(); }
 
  private:
   [[nodiscard]] static VeltoResult<VeltoEncodableAddress> noBaseAddress(VeltoCodeSite site);

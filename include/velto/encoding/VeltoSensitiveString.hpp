@@ -10,13 +10,14 @@
 #include <string>
 
 #include "velto/VeltoResult.hpp"
+#include "velto/encoding/detail/DebugTextForms.hpp"
 #include "velto/encoding/VeltoStringEncoding.hpp"
 
 class VeltoSensitiveData;
 
 /// Wraps one string. Regular value type
 /// Thread safety: immutable.
-class VeltoSensitiveString {
+class VeltoSensitiveString : public velto::detail::DebugTextForms<VeltoSensitiveString> {
  public:
   explicit VeltoSensitiveString(std::string raw) noexcept : string_(std::move(raw)) {}
 
@@ -28,12 +29,8 @@ class VeltoSensitiveString {
 
   friend bool operator==(const VeltoSensitiveString&, const VeltoSensitiveString&) = default;
 
-  /// "[sensitive]" when the encoder obfuscates sensitive content, else the text itself.
-  VeltoResult<void> encodeForDynamicDebug(VeltoEncoder& encoder, VeltoDynamicDebugEncoder& dynamicEncoder) const;
-  VeltoResult<void> encodeForDynamicDebug(VeltoKeyedEncodingContainer& container, std::string_view key,
-                                          VeltoDynamicDebugEncoder& dynamicEncoder) const;
-  VeltoResult<void> encodeForDynamicDebug(VeltoUnkeyedEncodingContainer& container,
-                                          VeltoDynamicDebugEncoder& dynamicEncoder) const;
+  /// Debug output: "[sensitive]" when the encoder obfuscates sensitive content, else the text.
+  [[nodiscard]] std::string_view debugText(const VeltoDynamicDebugEncoder& dynamicEncoder) const;
 
  private:
   std::string string_;
