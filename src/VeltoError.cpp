@@ -9,6 +9,7 @@
 
 #include "velto/detail/Clock.hpp"
 #include "velto/detail/Fatal.hpp"
+#include "velto/detail/UuidText.hpp"
 
 namespace {
 
@@ -49,11 +50,17 @@ VeltoError::VeltoError(std::string message, VeltoAny args, std::shared_ptr<const
       uuid_(newRandomUuid()),
       stackFrames_{VeltoStackFrame(std::move(args), std::nullopt, site)} {}
 
-std::string VeltoError::uuidString() const {
-  std::string text = boost::uuids::to_string(uuid_);
+std::string VeltoError::uuidString() const { return velto::detail::uuidText(uuid_); }
+
+namespace velto::detail {
+
+std::string uuidText(const boost::uuids::uuid& uuid) {
+  std::string text = boost::uuids::to_string(uuid);
   std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   return text;
 }
+
+}  // namespace velto::detail
 
 VeltoError VeltoError::appending(VeltoStackFrame stackFrame) const {
   VeltoError copy = *this;

@@ -7,6 +7,8 @@
 #include <regex>
 #include <set>
 
+#include "support/FrameNames.hpp"
+
 namespace {
 
 using Via = std::shared_ptr<const VeltoVia>;
@@ -16,9 +18,7 @@ VeltoStackFrame frameAt(const char (&function)[2]) {
 }
 
 std::vector<std::string_view> functionNames(const VeltoError& error) {
-  std::vector<std::string_view> names;
-  for (const auto& frame : error.stackFrames()) names.push_back(frame.codeSite().functionName());
-  return names;
+  return velto::test::functionNames(error.stackFrames());
 }
 
 TEST(VeltoError, startsWithOneFrameAtItsLineAndNoImpetus) {

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/FrameNames.hpp"
 #include "support/RecordingLogger.hpp"
 
 namespace {
@@ -14,11 +15,7 @@ namespace {
 using Via = std::shared_ptr<const VeltoVia>;
 using velto::test::RecordingLogger;
 
-std::vector<std::string_view> functionNames(const std::vector<VeltoStackFrame>& frames) {
-  std::vector<std::string_view> names;
-  for (const auto& frame : frames) names.push_back(frame.codeSite().functionName());
-  return names;
-}
+using velto::test::functionNames;
 
 struct SerialQueueTest : testing::Test {
   std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/FrameNames.hpp"
+
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -12,11 +14,7 @@ namespace {
 
 using Via = std::shared_ptr<const VeltoVia>;
 
-std::vector<std::string_view> functionNames(const std::vector<VeltoStackFrame>& frames) {
-  std::vector<std::string_view> names;
-  for (const auto& frame : frames) names.push_back(frame.codeSite().functionName());
-  return names;
-}
+using velto::test::functionNames;
 
 TEST(VeltoUnfairLock, excludesConcurrentBodies) {
   VeltoUnfairLock lock;

@@ -1,15 +1,12 @@
 // Debug renderings of the library's own types and of the standard and Boost types it ships
 // conformances for.
-#include <boost/uuid/uuid_io.hpp>
-
-#include <algorithm>
-#include <cctype>
 #include <cinttypes>
 #include <cstdio>
 
 #include "velto/VeltoBinaryVersion.hpp"
 #include "velto/VeltoError.hpp"
 #include "velto/VeltoInitializerError.hpp"
+#include "velto/detail/UuidText.hpp"
 #include "velto/encoding/VeltoDynamicDebugEncoder.hpp"
 #include "velto/encoding/VeltoEncodableAddress.hpp"
 #include "velto/encoding/VeltoSensitiveData.hpp"
@@ -85,27 +82,20 @@ Result encodeBytes(const VeltoData& data, VeltoKeyedEncodingContainer& container
 
 // ---- standard and Boost types ------------------------------------------------------------------
 
-namespace {
-std::string upperUuid(const boost::uuids::uuid& uuid) {
-  std::string text = boost::uuids::to_string(uuid);
-  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  return text;
-}
-}  // namespace
 
 Result VeltoDebugConformance<boost::uuids::uuid>::encodeForDynamicDebug(const boost::uuids::uuid& uuid, VeltoEncoder& encoder,
                                                                        VeltoDynamicDebugEncoder&) {
-  return writeText(upperUuid(uuid), encoder);
+  return writeText(velto::detail::uuidText(uuid), encoder);
 }
 Result VeltoDebugConformance<boost::uuids::uuid>::encodeForDynamicDebug(const boost::uuids::uuid& uuid,
                                                                        VeltoKeyedEncodingContainer& container,
                                                                        std::string_view key, VeltoDynamicDebugEncoder&) {
-  return writeText(upperUuid(uuid), container, key);
+  return writeText(velto::detail::uuidText(uuid), container, key);
 }
 Result VeltoDebugConformance<boost::uuids::uuid>::encodeForDynamicDebug(const boost::uuids::uuid& uuid,
                                                                        VeltoUnkeyedEncodingContainer& container,
                                                                        VeltoDynamicDebugEncoder&) {
-  return writeText(upperUuid(uuid), container);
+  return writeText(velto::detail::uuidText(uuid), container);
 }
 
 Result VeltoDebugConformance<char>::encodeForDynamicDebug(const char& c, VeltoEncoder& encoder, VeltoDynamicDebugEncoder&) {

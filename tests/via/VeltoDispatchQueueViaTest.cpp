@@ -4,6 +4,7 @@
 
 #include <future>
 
+#include "support/FrameNames.hpp"
 #include "support/RecordingLogger.hpp"
 
 namespace {
@@ -11,11 +12,7 @@ namespace {
 using Via = std::shared_ptr<const VeltoVia>;
 using velto::test::RecordingLogger;
 
-std::vector<std::string_view> functionNames(const std::vector<VeltoStackFrame>& frames) {
-  std::vector<std::string_view> names;
-  for (const auto& frame : frames) names.push_back(frame.codeSite().functionName());
-  return names;
-}
+using velto::test::functionNames;
 
 constexpr char kAsyncFork[] = "async(errorLogger:via:fileName:functionName:lineNumber:execute:)";
 constexpr char kDelayFork[] = "delay(by:errorLogger:via:fileName:functionName:lineNumber:execute:)";

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "support/CountingAllocator.hpp"
+#include "support/FrameNames.hpp"
 
 namespace {
 
@@ -16,11 +17,7 @@ std::shared_ptr<const VeltoJunction> forkNamed(const Via& via, const char (&func
   return fork(via, {}, std::nullopt, VeltoCodeSite::interned("Test", function, 1));
 }
 
-std::vector<std::string_view> functionNames(const Via& via) {
-  std::vector<std::string_view> names;
-  for (const auto& frame : via->stackFrames()) names.push_back(frame.codeSite().functionName());
-  return names;
-}
+std::vector<std::string_view> functionNames(const Via& via) { return velto::test::functionNames(via->stackFrames()); }
 
 TEST(VeltoImpetus, hasOneFrameWithoutInvokerSiteAtItsCreation) {
   const unsigned line = __LINE__ + 1;
