@@ -18,8 +18,8 @@
 #include <thread>
 #include <vector>
 
-#include <velto/VeltoSerialQueue.hpp>
-#include <velto/VeltoUnfairLock.hpp>
+#include <velto/concurrency/VeltoSerialQueue.hpp>
+#include <velto/concurrency/VeltoUnfairLock.hpp>
 
 #include "support/BenchMain.hpp"
 

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include <velto/VeltoBinaryVersion.hpp>
-#include <velto/util/VeltoRegex.hpp>
+#include <velto/text/VeltoBinaryVersion.hpp>
+#include <velto/text/VeltoRegex.hpp>
 
 #include "support/BenchMain.hpp"
 

@@ -1,6 +1,6 @@
 // The call trail's hot operations against what a user would write without it.
-#include <velto/via/VeltoImpetus.hpp>
-#include <velto/via/VeltoJunction.hpp>
+#include <velto/core/VeltoImpetus.hpp>
+#include <velto/core/VeltoJunction.hpp>
 
 #include <benchmark/benchmark.h>
 

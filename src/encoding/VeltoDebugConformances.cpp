@@ -3,17 +3,16 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "velto/VeltoBinaryVersion.hpp"
-#include "velto/VeltoError.hpp"
-#include "velto/VeltoInitializerError.hpp"
+#include "velto/core/VeltoError.hpp"
+#include "velto/core/VeltoInitializerError.hpp"
+#include "velto/core/VeltoJunction.hpp"
 #include "velto/detail/UuidText.hpp"
 #include "velto/encoding/VeltoDynamicDebugEncoder.hpp"
 #include "velto/encoding/VeltoEncodableAddress.hpp"
 #include "velto/encoding/VeltoSensitiveData.hpp"
 #include "velto/encoding/VeltoSensitiveString.hpp"
-#include "velto/util/VeltoDoubleDomain.hpp"
-#include "velto/util/VeltoFileSize.hpp"
-#include "velto/via/VeltoJunction.hpp"
+#include "velto/values/VeltoDoubleDomain.hpp"
+#include "velto/values/VeltoFileSize.hpp"
 
 namespace {
 
@@ -246,9 +245,4 @@ Result VeltoDoubleDomain::encodeChildrenForDynamicDebug(VeltoKeyedEncodingContai
   VELTO_TRY(dynamicEncoder.encode(min_, container, "min"));
   VELTO_TRY(dynamicEncoder.encode(max_, container, "max"));
   return dynamicEncoder.encode(range_, container, "range");
-}
-
-Result VeltoBinaryVersion::encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
-                                                         VeltoDynamicDebugEncoder& dynamicEncoder) const {
-  return dynamicEncoder.encode(components_, container, "components");
 }

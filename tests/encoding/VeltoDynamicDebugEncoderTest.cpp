@@ -1,7 +1,7 @@
 #include <velto/encoding/VeltoDynamicDebugEncoder.hpp>
 #include <velto/encoding/VeltoSensitiveData.hpp>
 #include <velto/encoding/VeltoSensitiveString.hpp>
-#include <velto/via/VeltoJunction.hpp>
+#include <velto/core/VeltoJunction.hpp>
 
 #include <boost/describe.hpp>
 #include <boost/json.hpp>

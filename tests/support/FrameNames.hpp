@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include <velto/via/VeltoStackFrame.hpp>
+#include <velto/core/VeltoStackFrame.hpp>
 
 namespace velto::test {
 

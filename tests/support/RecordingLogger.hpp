@@ -13,7 +13,7 @@
 #include <mutex>
 #include <vector>
 
-#include <velto/VeltoLogging.hpp>
+#include <velto/core/VeltoLogging.hpp>
 
 namespace velto::test {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <type_traits>
 
-#include "velto/VeltoResult.hpp"
+#include "velto/core/VeltoResult.hpp"
 
 namespace velto::detail {
 

@@ -26,10 +26,10 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "velto/VeltoAny.hpp"
-#include "velto/VeltoData.hpp"
-#include "velto/VeltoMirror.hpp"
-#include "velto/VeltoResult.hpp"
+#include "velto/core/VeltoAny.hpp"
+#include "velto/core/VeltoData.hpp"
+#include "velto/core/VeltoMirror.hpp"
+#include "velto/core/VeltoResult.hpp"
 #include "velto/encoding/VeltoDynamicDebugEncoderOptions.hpp"
 #include "velto/encoding/VeltoEncodableAddress.hpp"
 #include "velto/encoding/VeltoEncoder.hpp"

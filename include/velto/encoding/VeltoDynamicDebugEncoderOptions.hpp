@@ -11,8 +11,8 @@
 
 #include <boost/describe/class.hpp>
 
-#include "velto/util/VeltoFileSize.hpp"
-#include "velto/util/VeltoOverride.hpp"
+#include "velto/values/VeltoFileSize.hpp"
+#include "velto/values/VeltoOverride.hpp"
 
 /// Every option of one debug encoding. The constructor takes all ten, in order, with no
 /// defaults; `forLogging()` is the preset the fallback logger uses. Regular value type.

@@ -15,8 +15,8 @@
 #include <span>
 #include <string>
 
-#include "velto/VeltoInitializerError.hpp"
-#include "velto/VeltoResult.hpp"
+#include "velto/core/VeltoInitializerError.hpp"
+#include "velto/core/VeltoResult.hpp"
 #include "velto/encoding/detail/DebugTextForms.hpp"
 
 /// An opaque address. Equality and hashing are those of the pointer value. Regular value type.

@@ -20,7 +20,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "velto/VeltoResult.hpp"
+#include "velto/core/VeltoResult.hpp"
 
 namespace boost::json {
 class value;

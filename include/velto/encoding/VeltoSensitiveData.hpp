@@ -9,8 +9,8 @@
 #include <optional>
 #include <string_view>
 
-#include "velto/VeltoData.hpp"
-#include "velto/VeltoResult.hpp"
+#include "velto/core/VeltoData.hpp"
+#include "velto/core/VeltoResult.hpp"
 #include "velto/encoding/VeltoSensitiveString.hpp"
 #include "velto/encoding/VeltoStringEncoding.hpp"
 

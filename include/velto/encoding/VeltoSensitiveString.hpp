@@ -9,9 +9,9 @@
 #include <optional>
 #include <string>
 
-#include "velto/VeltoResult.hpp"
-#include "velto/encoding/detail/DebugTextForms.hpp"
+#include "velto/core/VeltoResult.hpp"
 #include "velto/encoding/VeltoStringEncoding.hpp"
+#include "velto/encoding/detail/DebugTextForms.hpp"
 
 class VeltoSensitiveData;
 

@@ -7,7 +7,7 @@
 
 #include <boost/describe/enum.hpp>
 
-#include "velto/VeltoData.hpp"
+#include "velto/core/VeltoData.hpp"
 
 /// Text encodings. Library text is UTF-8; the others are reached by conversion only.
 enum class VeltoStringEncoding { utf8, ascii, isoLatin1, utf16BigEndian, utf16LittleEndian };

@@ -1,0 +1,70 @@
+#include <velto/values/VeltoOverride.hpp>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+TEST(VeltoOverride, resolvesToThePayloadOrTheBase) {
+  EXPECT_EQ(VeltoOverride<int>::override(3).resolve(10), 3);
+  EXPECT_EQ(VeltoOverride<int>::noOverride().resolve(10), 10);
+  EXPECT_EQ(VeltoOverride<int>().resolve(10), 10) << "the default keeps the default";
+  EXPECT_EQ(VeltoOverride<std::string>::override("").resolve("base"), "") << "an empty payload still overrides";
+}
+
+TEST(VeltoOverride, callsTheGeneratorOnlyWithoutAnOverride) {
+  int calls = 0;
+  auto generator = [&] {
+    ++calls;
+    return 7;
+  };
+  EXPECT_EQ(VeltoOverride<int>::override(3).resolve(generator), 3);
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(VeltoOverride<int>::noOverride().resolve(generator), 7);
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(VeltoOverride, fallibleGeneratorSuccessIsReturnedUnchanged) {
+  int calls = 0;
+  auto generator = [&]() -> VeltoResult<int> {
+    ++calls;
+    return 9;
+  };
+  const VeltoResult<int> overridden = VeltoOverride<int>::override(3).resolve(generator);
+  EXPECT_EQ(overridden.value(), 3);
+  EXPECT_EQ(calls, 0);
+  const VeltoResult<int> generated = VeltoOverride<int>::noOverride().resolve(generator);
+  EXPECT_EQ(generated.value(), 9);
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(VeltoOverride, fallibleGeneratorFailureIsPassedUpWithTheOverride) {
+  auto failing = []() -> VeltoResult<int> { return VeltoResult<int>::fromMessage("No default"); };
+  const VeltoOverride<int> none = VeltoOverride<int>::noOverride();
+  const std::uint64_t line = __LINE__; const VeltoResult<int> result = none.resolve(failing);
+  ASSERT_TRUE(result.isFailure());
+  EXPECT_EQ(result.error().message(), "No default");
+  const auto& frames = result.error().stackFrames();
+  ASSERT_EQ(frames.size(), 2u);
+  EXPECT_EQ(frames[1].codeSite(), VeltoCodeSite("VeltoParameterOverride", "resolve(generator:)", 54));
+  ASSERT_TRUE(frames[1].invokerSite().has_value());
+  EXPECT_EQ(frames[1].invokerSite()->lineNumber(), line);
+  const auto* args = frames[1].args().get<VeltoArgs>();
+  ASSERT_NE(args, nullptr);
+  const VeltoAny* recorded = args->find("override");
+  ASSERT_NE(recorded, nullptr);
+  ASSERT_NE(recorded->get<VeltoOverride<int>>(), nullptr);
+  EXPECT_EQ(*recorded->get<VeltoOverride<int>>(), none);
+}
+
+TEST(VeltoOverride, mirrorsAsAnEnumerationWithCaseNames) {
+  const VeltoAny recorded = VeltoOverride<double>::override(1.5);
+  const VeltoTypeMirror& mirror = *recorded.ref().mirror;
+  EXPECT_EQ(mirror.style, VeltoDisplayStyle::enumeration);
+  EXPECT_EQ(mirror.caseName(recorded.ref().value), "override");
+  const VeltoAny kept = VeltoOverride<double>::noOverride();
+  EXPECT_EQ(kept.ref().mirror->caseName(kept.ref().value), "noOverride");
+}
+
+}  // namespace
