@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite under AddressSanitizer + UndefinedBehaviorSanitizer, then
-# the suites that exercise threads (CONCURRENCY_SUITES) under ThreadSanitizer. Exits non-zero on
-# any failure.
+# Checks the include floors, then builds and runs the whole test suite under AddressSanitizer +
+# UndefinedBehaviorSanitizer, then the suites that exercise threads (CONCURRENCY_SUITES) under
+# ThreadSanitizer. Exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -9,6 +9,8 @@ bash scripts/bootstrap.sh
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:${ASAN_OPTIONS:-}"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:${UBSAN_OPTIONS:-}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:${TSAN_OPTIONS:-}"
+
+bash scripts/check-floors.sh
 
 cmake --preset asan >/dev/null
 cmake --build --preset asan
