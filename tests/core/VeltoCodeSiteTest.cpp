@@ -1,4 +1,4 @@
-#include <velto/via/VeltoCodeSite.hpp>
+#include <velto/core/VeltoCodeSite.hpp>
 
 #include <gtest/gtest.h>
 
@@ -17,9 +17,9 @@ TEST(VeltoCodeSite, defaultedParameterNamesTheCallersFileFunctionAndLine) {
 }
 
 TEST(VeltoCodeSite, storesTextsUnchanged) {
-  constexpr VeltoCodeSite site("/a/b/Cache.swift", "get(key:)", 12);
+  constexpr VeltoCodeSite site("/a/b/Cache.cpp", "get(key:)", 12);
   static_assert(site.lineNumber() == 12);
-  EXPECT_EQ(site.fileName(), "/a/b/Cache.swift");
+  EXPECT_EQ(site.fileName(), "/a/b/Cache.cpp");
   EXPECT_EQ(site.functionName(), "get(key:)");
 }
 
