@@ -28,15 +28,13 @@
 // BOOST_DESCRIBE_STRUCT. A case with no members has no payload; one member is the payload;
 // several members form a labelled tuple.
 //
-// Taking over the rendering (checked before the walk, for any type):
-//   members     VeltoResult<void> encodeForDynamicDebug(VeltoEncoder&, VeltoDynamicDebugEncoder&) const;
-//               (and the keyed and unkeyed forms, see VeltoCustomDebugHooks), and/or
-//               VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer&,
-//                                                               VeltoDynamicDebugEncoder&) const;
-//   or for a type you cannot change, the same as static functions taking `const T&` first in a
-//   specialization of VeltoDebugConformance<T> declared before the type is recorded.
-//   `std::string debugDescription() const` is the custom debug-string member; deriving from
-//   VeltoMainThreadOnlyEncodable marks values rendered only on the main thread.
+// Taking over the rendering (checked before the walk, for any type): the concepts
+//   VeltoCustomDebugEncoding and VeltoCustomDebugContainerEncoding (VeltoCustomDebugEncoding.hpp),
+//   by member hooks or, for a type you cannot change, a specialization of
+//   VeltoDebugConformance<T> declared before the type is recorded. A type that declares a hook
+//   with the wrong signature fails to compile here. `std::string debugDescription() const` is the
+//   custom debug-string member; deriving from VeltoMainThreadOnlyEncodable marks values rendered
+//   only on the main thread.
 //
 // Objects seen through a pointer to a polymorphic base render with their dynamic type's name
 // and, once that type's mirror exists (VeltoRegisterObjectType<Derived>(), or any recorded
@@ -65,24 +63,11 @@
 #include <utility>
 #include <variant>
 
+#include "velto/core/VeltoCustomDebugEncoding.hpp"
 #include "velto/detail/TypeName.hpp"
 
-class VeltoEncoder;
-class VeltoKeyedEncodingContainer;
-class VeltoUnkeyedEncodingContainer;
-class VeltoDynamicDebugEncoder;
 class VeltoAny;
 class VeltoArgs;
-template <class T>
-class VeltoResult;
-
-/// Marker base: values of a deriving type are only rendered on the main thread; anywhere else
-/// the debug encoder writes "Not encodable off main thread" in their place.
-struct VeltoMainThreadOnlyEncodable {};
-
-/// Specialise for a type you cannot change to give it custom debug rendering (see above).
-template <class T>
-struct VeltoDebugConformance {};
 
 /// Conformances shipped with the library for standard and Boost types; their operations are
 /// defined with the debug encoder.
@@ -288,22 +273,6 @@ concept HasDebugDescription = requires(const T& t) {
 };
 
 template <class T>
-concept OwnCustomEncoding = requires(const T& t, VeltoEncoder& e, VeltoKeyedEncodingContainer& k,
-                                     VeltoUnkeyedEncodingContainer& u, VeltoDynamicDebugEncoder& d, std::string_view key) {
-  t.encodeForDynamicDebug(e, d);
-  t.encodeForDynamicDebug(k, key, d);
-  t.encodeForDynamicDebug(u, d);
-};
-
-template <class T>
-concept TraitCustomEncoding = requires(const T& t, VeltoEncoder& e, VeltoKeyedEncodingContainer& k,
-                                       VeltoUnkeyedEncodingContainer& u, VeltoDynamicDebugEncoder& d, std::string_view key) {
-  VeltoDebugConformance<T>::encodeForDynamicDebug(t, e, d);
-  VeltoDebugConformance<T>::encodeForDynamicDebug(t, k, key, d);
-  VeltoDebugConformance<T>::encodeForDynamicDebug(t, u, d);
-};
-
-template <class T>
 concept TraitTypeName = requires {
   { VeltoDebugConformance<T>::debugTypeName } -> std::convertible_to<std::string_view>;
 };
@@ -316,16 +285,6 @@ std::string_view staticTypeNameOf() {
     return typeName<T>();
   }
 }
-
-template <class T>
-concept OwnContainerEncoding = requires(const T& t, VeltoKeyedEncodingContainer& k, VeltoDynamicDebugEncoder& d) {
-  t.encodeChildrenForDynamicDebug(k, d);
-};
-
-template <class T>
-concept TraitContainerEncoding = requires(const T& t, VeltoKeyedEncodingContainer& k, VeltoDynamicDebugEncoder& d) {
-  VeltoDebugConformance<T>::encodeChildrenForDynamicDebug(t, k, d);
-};
 
 // The result type of debug hooks, spelled dependently so that VeltoResult need only be complete
 // where a hook is actually instantiated.
@@ -452,8 +411,19 @@ VeltoScalar scalarOf(const void* v) {
 template <class T>
 VeltoTypeMirror makeMirror() noexcept {
   VeltoTypeMirror m{typeid(T), &staticTypeNameOf<T>};
-  if constexpr (TraitCustomEncoding<T> || OwnCustomEncoding<T>) m.custom = &CustomHooks<T>::hooks;
-  if constexpr (TraitContainerEncoding<T> || OwnContainerEncoding<T>) m.customChildren = &customChildren<T>;
+  if constexpr (DeclaresCustomEncodingHook<T>) {
+    static_assert(VeltoCustomDebugEncoding<T>,
+                  "this type declares encodeForDynamicDebug but does not satisfy VeltoCustomDebugEncoding: all three "
+                  "destination forms, const, returning VeltoResult<void> (see VeltoCustomDebugEncoding.hpp)");
+  }
+  if constexpr (DeclaresContainerEncodingHook<T>) {
+    static_assert(VeltoCustomDebugContainerEncoding<T>,
+                  "this type declares encodeChildrenForDynamicDebug but does not satisfy "
+                  "VeltoCustomDebugContainerEncoding: const, (VeltoKeyedEncodingContainer&, VeltoDynamicDebugEncoder&), "
+                  "returning VeltoResult<void> (see VeltoCustomDebugEncoding.hpp)");
+  }
+  if constexpr (VeltoCustomDebugEncoding<T>) m.custom = &CustomHooks<T>::hooks;
+  if constexpr (VeltoCustomDebugContainerEncoding<T>) m.customChildren = &customChildren<T>;
   if constexpr (HasDebugDescription<T>) m.debugDescription = [](const void* v) { return std::string(as<T>(v).debugDescription()); };
   m.mainThreadOnly = std::is_base_of_v<VeltoMainThreadOnlyEncodable, T>;
 

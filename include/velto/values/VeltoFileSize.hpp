@@ -14,10 +14,10 @@
 #include <string_view>
 #include <variant>
 
+#include "velto/core/VeltoResult.hpp"
+
 class VeltoKeyedEncodingContainer;
 class VeltoDynamicDebugEncoder;
-template <class T>
-class VeltoResult;
 
 /// A size in bits plus the whole bytes it holds. Regular, immutable value type.
 ///
