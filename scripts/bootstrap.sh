@@ -7,6 +7,7 @@ packages=(
   build-essential cmake ninja-build ccache pkg-config clang
   libboost1.81-dev libboost-json1.81-dev libboost-url1.81-dev
   libcurl4-openssl-dev libicu-dev libcpp-httplib-dev
+  libfmt-dev libspdlog-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 
