@@ -114,7 +114,7 @@ std::string VeltoError::summary() const {
   if (!stackFrames_.empty()) {
     const VeltoCodeSite& site = stackFrames_.front().codeSite();
     out.append(" at ");
-    appendOnOneLine(out, site.fileName());
+    appendOnOneLine(out, VeltoCodeSite::sanitized(site.fileName()).value_or(""));
     out.append(":").append(std::to_string(site.lineNumber())).append(" ");
     appendOnOneLine(out, site.functionName());
   }

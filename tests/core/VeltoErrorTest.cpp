@@ -100,12 +100,12 @@ TEST(VeltoError, debugDumpNamesEveryField) {
 }
 
 TEST(VeltoError, summaryIsOneLineWithMessageInnermostSiteAndImpetus) {
-  const VeltoError fresh("Disk full", {}, nullptr, VeltoCodeSite("Profile/Store", "loadProfile(via:userId:)", 12));
-  EXPECT_EQ(fresh.summary(), "Disk full at Profile/Store:12 loadProfile(via:userId:)");
+  const VeltoError fresh("Disk full", {}, nullptr, VeltoCodeSite("/src/app/Store.cpp", "loadProfile(via:userId:)", 12));
+  EXPECT_EQ(fresh.summary(), "Disk full at Store.cpp:12 loadProfile(via:userId:)");
 
   const auto impetus = VeltoImpetus::create("User opened the profile screen", VeltoAny{}, VeltoCodeSite("UI", "tap()", 3));
   const VeltoError joined = fresh.appending(frameAt("b")).appending(fork(impetus, {}, std::nullopt, VeltoCodeSite("J", "j", 2)));
-  const std::string expected = R"(Disk full at Profile/Store:12 loadProfile(via:userId:) (impetus "User opened the profile screen"))";
+  const std::string expected = R"(Disk full at Store.cpp:12 loadProfile(via:userId:) (impetus "User opened the profile screen"))";
   EXPECT_EQ(joined.summary(), expected) << "the innermost frame, not the outermost";
 
   std::ostringstream stream;
