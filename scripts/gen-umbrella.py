@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Rewrites include/velto/velto.hpp so that it includes every public header (not detail/)."""
+"""Rewrites include/velto/velto.hpp so that it includes every public header (not detail/), except
+those marked "velto-umbrella: exclude" because they need an optional dependency (fmt, ...)."""
 import os
 
 root = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "include")
@@ -8,7 +9,13 @@ for folder, _, files in os.walk(os.path.join(root, "velto")):
     relative = os.path.relpath(folder, root)
     if "detail" in relative.split(os.sep):
         continue
-    headers += [os.path.join(relative, f) for f in files if f.endswith(".hpp") and f != "velto.hpp"]
+    for f in files:
+        if not f.endswith(".hpp") or f == "velto.hpp":
+            continue
+        with open(os.path.join(folder, f), encoding="utf-8") as header:
+            if "velto-umbrella: exclude" in header.read():
+                continue
+        headers.append(os.path.join(relative, f))
 headers.sort(key=lambda h: (h.count(os.sep), h))
 with open(os.path.join(root, "velto", "velto.hpp"), "w") as out:
     out.write("// Everything Velto offers, in one include. Prefer the single headers in library code.\n")

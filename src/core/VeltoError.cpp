@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <ostream>
 
 #include "velto/detail/Clock.hpp"
 #include "velto/detail/Fatal.hpp"
@@ -32,6 +33,26 @@ void appendFrame(std::string& out, const VeltoStackFrame& frame) {
   }
   if (frame.args()) out.append(" args: ").append(frame.args().typeName());
   out.append("}");
+}
+
+// Copies `text`, escaping what would break a line: control characters and DEL.
+void appendOnOneLine(std::string& out, std::string_view text) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7F) {
+      out.push_back(c);
+    } else if (c == '\n') {
+      out.append("\\n");
+    } else if (c == '\r') {
+      out.append("\\r");
+    } else if (c == '\t') {
+      out.append("\\t");
+    } else {
+      out.append("\\x").push_back(kHex[byte >> 4]);
+      out.push_back(kHex[byte & 0xF]);
+    }
+  }
 }
 
 std::string formatDouble(double value) {
@@ -86,6 +107,26 @@ const VeltoArgs& VeltoError::userInfo() const {
   static const VeltoArgs empty;
   return empty;
 }
+
+std::string VeltoError::summary() const {
+  std::string out;
+  appendOnOneLine(out, message_);
+  if (!stackFrames_.empty()) {
+    const VeltoCodeSite& site = stackFrames_.front().codeSite();
+    out.append(" at ");
+    appendOnOneLine(out, VeltoCodeSite::sanitized(site.fileName()).value_or(""));
+    out.append(":").append(std::to_string(site.lineNumber())).append(" ");
+    appendOnOneLine(out, site.functionName());
+  }
+  if (impetus_) {
+    out.append(" (impetus \"");
+    appendOnOneLine(out, impetus_->name());
+    out.append("\")");
+  }
+  return out;
+}
+
+std::ostream& operator<<(std::ostream& stream, const VeltoError& error) { return stream << error.summary(); }
 
 std::string VeltoError::debugDump() const {
   std::string out = "VeltoError(message: \"";

@@ -5,6 +5,7 @@
 #include <unicode/utypes.h>
 
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -137,12 +138,79 @@ std::vector<std::string> VeltoRegex::simpleCaptureGroups(std::string_view string
   return groups;
 }
 
+namespace {
+
+// One parsed replacement template: literal UTF-16 text, and group references (group >= 0).
+struct TemplatePiece {
+  icu::UnicodeString literal;
+  std::int32_t group = -1;
+};
+
+// Parses `replacementTemplate` for a pattern with `groupCount` groups. Empty on a reference to
+// a group the pattern does not have.
+std::optional<std::vector<TemplatePiece>> parseTemplate(const icu::UnicodeString& replacementTemplate,
+                                                        std::int32_t groupCount) {
+  std::vector<TemplatePiece> pieces(1);
+  const auto isDigit = [](char16_t unit) { return unit >= u'0' && unit <= u'9'; };
+  const std::int32_t length = replacementTemplate.length();
+  for (std::int32_t index = 0; index < length;) {
+    const char16_t unit = replacementTemplate.charAt(index);
+    if (unit == u'\\' && index + 1 < length) {
+      // Escapes one code point, so a surrogate pair stays whole.
+      const std::int32_t next = replacementTemplate.moveIndex32(index + 1, 1);
+      pieces.back().literal.append(replacementTemplate, index + 1, next - index - 1);
+      index = next;
+    } else if (unit == u'$' && index + 1 < length && isDigit(replacementTemplate.charAt(index + 1))) {
+      std::int32_t group = replacementTemplate.charAt(index + 1) - u'0';
+      if (group > groupCount) return std::nullopt;
+      index += 2;
+      // Longest run of digits that still names a group: with 3 groups "$12" is group 1, then "2".
+      while (index < length && isDigit(replacementTemplate.charAt(index))) {
+        const std::int32_t longer = group * 10 + (replacementTemplate.charAt(index) - u'0');
+        if (longer > groupCount) break;
+        group = longer;
+        ++index;
+      }
+      pieces.back().group = group;
+      pieces.emplace_back();
+    } else {
+      pieces.back().literal.append(unit);
+      ++index;
+    }
+  }
+  return pieces;
+}
+
+}  // namespace
+
 VeltoResult<std::string> VeltoRegex::replacingMatches(std::string_view string, std::string_view replacementTemplate) const {
   const icu::UnicodeString text = utf16(string);
   const auto matcher = engine_->matcher(text);
   UErrorCode status = matcher ? U_ZERO_ERROR : U_MEMORY_ALLOCATION_ERROR;
   icu::UnicodeString replaced;
-  if (matcher) replaced = matcher->replaceAll(utf16(replacementTemplate), status);
+  if (matcher) {
+    // The template is read only once there is a match, so a string without one comes back
+    // unchanged whatever the template says.
+    std::optional<std::vector<TemplatePiece>> pieces;
+    std::int32_t copiedUpTo = 0;
+    while (U_SUCCESS(status) && matcher->find(status) && U_SUCCESS(status)) {
+      if (!pieces) {
+        pieces = parseTemplate(utf16(replacementTemplate), matcher->groupCount());
+        if (!pieces) {
+          status = U_INDEX_OUTOFBOUNDS_ERROR;
+          break;
+        }
+      }
+      const std::int32_t start = matcher->start(status);
+      replaced.append(text, copiedUpTo, start - copiedUpTo);
+      for (const TemplatePiece& piece : *pieces) {
+        replaced.append(piece.literal);
+        if (piece.group >= 0) replaced.append(matcher->group(piece.group, status));
+      }
+      copiedUpTo = matcher->end(status);
+    }
+    replaced.append(text, copiedUpTo, text.length() - copiedUpTo);
+  }
   if (U_FAILURE(status)) {
     return VeltoResult<std::string>::fromMessage("Invalid template",
                                                  {{"string", std::string(string)},

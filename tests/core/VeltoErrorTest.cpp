@@ -1,10 +1,13 @@
 #include <velto/core/VeltoError.hpp>
+#include <velto/core/VeltoErrorFormatter.hpp>
 #include <velto/core/VeltoInitializerError.hpp>
 #include <velto/core/VeltoJunction.hpp>
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <regex>
+#include <sstream>
 #include <set>
 
 #include "support/FrameNames.hpp"
@@ -94,6 +97,59 @@ TEST(VeltoError, debugDumpNamesEveryField) {
     EXPECT_NE(dump.find(part), std::string::npos) << part << " missing in " << dump;
   }
   EXPECT_EQ(dump.find('\n'), std::string::npos);
+}
+
+TEST(VeltoError, summaryIsOneLineWithMessageInnermostSiteAndImpetus) {
+  const VeltoError fresh("Disk full", {}, nullptr, VeltoCodeSite("/src/app/Store.cpp", "loadProfile(via:userId:)", 12));
+  EXPECT_EQ(fresh.summary(), "Disk full at Store.cpp:12 loadProfile(via:userId:)");
+
+  const auto impetus = VeltoImpetus::create("User opened the profile screen", VeltoAny{}, VeltoCodeSite("UI", "tap()", 3));
+  const VeltoError joined = fresh.appending(frameAt("b")).appending(fork(impetus, {}, std::nullopt, VeltoCodeSite("J", "j", 2)));
+  const std::string expected = R"(Disk full at Store.cpp:12 loadProfile(via:userId:) (impetus "User opened the profile screen"))";
+  EXPECT_EQ(joined.summary(), expected) << "the innermost frame, not the outermost";
+
+  std::ostringstream stream;
+  stream << joined;
+  EXPECT_EQ(stream.str(), expected);
+  EXPECT_EQ(fmt::format("{}", joined), expected);
+  EXPECT_EQ(fmt::format("[{:>12.4}]", fresh), "[        Disk]") << "string specs apply";
+}
+
+// Whatever bytes a message or an impetus name holds, the summary is one line without control
+// characters, and undoing the escapes gives the original text back.
+TEST(VeltoError, summaryEscapesControlCharactersReversibly) {
+  const auto unescape = [](std::string_view text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      if (text[i] != '\\') {
+        out += text[i];
+      } else if (text[++i] == 'x') {
+        out += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+        i += 2;
+      } else {
+        out += text[i] == 'n' ? '\n' : text[i] == 'r' ? '\r' : '\t';
+      }
+    }
+    return out;
+  };
+  std::mt19937 random(7);
+  const std::string alphabet = std::string("ab \n\r\t\x01\x1b\x7f\xc3\xa9") + '\0';
+  for (int round = 0; round < 500; ++round) {
+    std::string message, name;
+    for (auto length = random() % 10; length > 0; --length) message += alphabet[random() % alphabet.size()];
+    for (auto length = random() % 10; length > 0; --length) name += alphabet[random() % alphabet.size()];
+    const VeltoError error = VeltoError(message, {}, nullptr, VeltoCodeSite("F", "f", 1)).appending(VeltoImpetus::create(name));
+    const std::string summary = error.summary();
+    for (const char c : summary) {
+      ASSERT_TRUE(static_cast<unsigned char>(c) >= 0x20 && c != 0x7F) << summary;
+    }
+    const std::string_view text = summary;
+    const std::size_t at = text.find(" at F:1 f (impetus \"");
+    ASSERT_NE(at, std::string_view::npos) << summary;
+    EXPECT_EQ(unescape(text.substr(0, at)), message);
+    const std::size_t nameStart = at + std::string_view(" at F:1 f (impetus \"").size();
+    EXPECT_EQ(unescape(text.substr(nameStart, text.size() - nameStart - 2)), name);
+  }
 }
 
 TEST(VeltoInitializerError, carriesItsMessageAsAPlatformError) {

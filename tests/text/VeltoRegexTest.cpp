@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <future>
+#include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -58,11 +61,73 @@ TEST(VeltoRegex, replacingMatchesUsesTemplates) {
   EXPECT_EQ(regex(R"(\d)")->replacingMatches("a1b2", R"(\$)").value(), "a$b$");
   EXPECT_EQ(regex("😀")->replacingMatches("a😀b", "$0$0").value(), "a😀😀b");
 
+  // Dollars that name no group are text, as the platform's templates read them.
+  EXPECT_EQ(regex(R"(\d+)")->replacingMatches("price 5", "US$ $0").value(), "price US$ 5");
+  EXPECT_EQ(regex(R"(\d)")->replacingMatches("a1", "$").value(), "a$");
+  EXPECT_EQ(regex(R"((?<n>\d))")->replacingMatches("a1", "${n}").value(), "a${n}");
+  EXPECT_EQ(regex(R"(\d)")->replacingMatches("a1", "x\\").value(), "ax\\");
+  EXPECT_EQ(regex(R"(\d)")->replacingMatches("a1", "\\😀").value(), "a😀") << "an escape takes a whole code point";
+  // An empty match between every character still replaces once per position.
+  EXPECT_EQ(regex("")->replacingMatches("ab", "-").value(), "-a-b-");
+
   const auto bad = regex(R"(\d)")->replacingMatches("a1", "$7");
   ASSERT_TRUE(bad.isFailure());
   EXPECT_EQ(bad.error().message(), "Invalid template");
-  EXPECT_TRUE(regex(R"(\d)")->replacingMatches("a1", "$").isFailure());
+  const auto* badArgs = bad.error().stackFrames()[0].args().get<VeltoArgs>();
+  ASSERT_NE(badArgs, nullptr);
+  EXPECT_EQ(*badArgs->find("errorName")->get<std::string>(), "U_INDEX_OUTOFBOUNDS_ERROR");
   EXPECT_EQ(regex(R"(\d)")->replacingMatches("none", "$7").value(), "none") << "no match, no template expansion";
+}
+
+// The template rule, written out plainly, against the engine on random templates. Group i of the
+// pattern captures the i-th letter of "ABCDEFGHIJKL", so the answer is known without a regex.
+std::optional<std::string> expectedReplacement(const std::string& replacementTemplate, int groupCount) {
+  const std::string letters = "ABCDEFGHIJKL";
+  const auto group = [&](int number) { return number == 0 ? "<" + letters.substr(0, groupCount) + ">" : letters.substr(number - 1, 1); };
+  std::string out;
+  for (std::size_t i = 0; i < replacementTemplate.size(); ++i) {
+    const char c = replacementTemplate[i];
+    const bool digitFollows = i + 1 < replacementTemplate.size() && std::isdigit(static_cast<unsigned char>(replacementTemplate[i + 1]));
+    if (c == '\\' && i + 1 < replacementTemplate.size()) {
+      out += replacementTemplate[++i];
+    } else if (c == '$' && digitFollows) {
+      int number = replacementTemplate[++i] - '0';
+      if (number > groupCount) return std::nullopt;
+      while (i + 1 < replacementTemplate.size() && std::isdigit(static_cast<unsigned char>(replacementTemplate[i + 1])) &&
+             number * 10 + (replacementTemplate[i + 1] - '0') <= groupCount) {
+        number = number * 10 + (replacementTemplate[++i] - '0');
+      }
+      out += group(number);
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+TEST(VeltoRegex, randomTemplatesFollowTheStatedRule) {
+  std::mt19937 random(20261123);
+  const std::string alphabet = "$$$$0123456789\\\\{}xZ ";
+  for (int round = 0; round < 4000; ++round) {
+    const int groupCount = static_cast<int>(random() % 13);
+    std::string pattern = "<";
+    for (int group = 0; group < groupCount; ++group) pattern += std::string("(") + "ABCDEFGHIJKL"[group] + ")";
+    pattern += ">";
+    std::string replacementTemplate;
+    for (std::size_t length = random() % 12; length > 0; --length) replacementTemplate += alphabet[random() % alphabet.size()];
+
+    // The whole input is the one match, so the result is the template's expansion alone.
+    const std::string input = "<" + std::string("ABCDEFGHIJKL").substr(0, groupCount) + ">";
+    const auto actual = regex(pattern)->replacingMatches(input, replacementTemplate);
+    const auto expected = expectedReplacement(replacementTemplate, groupCount);
+    const auto context = [&] { return "template " + replacementTemplate + " with " + std::to_string(groupCount) + " groups"; };
+    if (!expected) {
+      EXPECT_TRUE(actual.isFailure()) << context();
+    } else {
+      ASSERT_TRUE(actual.hasValue()) << context();
+      EXPECT_EQ(actual.value(), *expected) << context();
+    }
+  }
 }
 
 TEST(VeltoRegex, malformedUtf8IsReadAsReplacementCharacters) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 namespace {
@@ -39,23 +40,43 @@ TEST(VeltoOverride, fallibleGeneratorSuccessIsReturnedUnchanged) {
   EXPECT_EQ(calls, 1);
 }
 
+// The added frame must look exactly like one that VeltoResult::fromError adds: no invoker site,
+// whatever the caller's position.
 TEST(VeltoOverride, fallibleGeneratorFailureIsPassedUpWithTheOverride) {
-  auto failing = []() -> VeltoResult<int> { return VeltoResult<int>::fromMessage("No default"); };
+  auto failing = []() -> VeltoResult<int> {
+    return VeltoResult<int>::fromMessage("No default", {}, nullptr, VeltoCodeSite("Defaults", "load()", 7));
+  };
   const VeltoOverride<int> none = VeltoOverride<int>::noOverride();
-  const std::uint64_t line = __LINE__; const VeltoResult<int> result = none.resolve(failing);
+  const VeltoResult<int> result = none.resolve(failing);
   ASSERT_TRUE(result.isFailure());
   EXPECT_EQ(result.error().message(), "No default");
   const auto& frames = result.error().stackFrames();
   ASSERT_EQ(frames.size(), 2u);
+  EXPECT_EQ(frames[0].codeSite(), VeltoCodeSite("Defaults", "load()", 7)) << "the generator's frame comes first, unchanged";
   EXPECT_EQ(frames[1].codeSite(), VeltoCodeSite("VeltoParameterOverride", "resolve(generator:)", 54));
-  ASSERT_TRUE(frames[1].invokerSite().has_value());
-  EXPECT_EQ(frames[1].invokerSite()->lineNumber(), line);
+  EXPECT_FALSE(frames[1].invokerSite().has_value()) << "the caller's position is not recorded";
   const auto* args = frames[1].args().get<VeltoArgs>();
   ASSERT_NE(args, nullptr);
+  ASSERT_EQ(args->size(), 1u);
   const VeltoAny* recorded = args->find("override");
   ASSERT_NE(recorded, nullptr);
   ASSERT_NE(recorded->get<VeltoOverride<int>>(), nullptr);
   EXPECT_EQ(*recorded->get<VeltoOverride<int>>(), none);
+
+  const VeltoResult<int> again = none.resolve(failing);
+  EXPECT_NE(again.error().uuid(), result.error().uuid()) << "each call runs the generator anew";
+}
+
+// A move-only generator passed as a temporary, holding state the failure must not outlive.
+TEST(VeltoOverride, fallibleGeneratorMayBeAMoveOnlyTemporary) {
+  auto owned = std::make_unique<std::string>("path");
+  const auto result = VeltoOverride<std::string>::noOverride().resolve(
+      [owned = std::move(owned)]() -> VeltoResult<std::string> { return VeltoResult<std::string>::fromMessage(*owned); });
+  ASSERT_TRUE(result.isFailure());
+  EXPECT_EQ(result.error().message(), "path");
+  const auto* args = result.error().stackFrames().back().args().get<VeltoArgs>();
+  ASSERT_NE(args, nullptr);
+  EXPECT_EQ(*args->find("override")->get<VeltoOverride<std::string>>(), VeltoOverride<std::string>::noOverride());
 }
 
 TEST(VeltoOverride, mirrorsAsAnEnumerationWithCaseNames) {

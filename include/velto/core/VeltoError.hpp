@@ -9,6 +9,7 @@
 
 #include <boost/uuid/uuid.hpp>
 
+#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,6 +54,14 @@ class VeltoError final : public VeltoPlatformError {
   /// by `via`'s impetus. REQUIRES: `via` is not null (fatal stop otherwise).
   [[nodiscard]] VeltoError appending(const std::shared_ptr<const VeltoVia>& stackFramesFrom) const;
 
+  /// One line for people: the message, the innermost frame's site (the file's last path
+  /// component, as in the debug JSON) and, once the error joined a trail, its impetus:
+  ///   Disk full at Store.cpp:12 loadProfile(via:userId:) (impetus "User opened the profile screen")
+  /// Control characters of the message and the impetus name are escaped ("\n", "\t", "\x1B"),
+  /// so the text stays one line whatever they hold. The debug JSON is the full form. Also what
+  /// `operator<<` writes and, with VeltoErrorFormatter.hpp, what fmt formats.
+  [[nodiscard]] std::string summary() const;
+
   /// One line with every field, for places where the debug encoder itself failed.
   [[nodiscard]] std::string debugDump() const;
 
@@ -75,3 +84,6 @@ class VeltoError final : public VeltoPlatformError {
   boost::uuids::uuid uuid_;
   std::vector<VeltoStackFrame> stackFrames_;
 };
+
+/// Writes `error.summary()`.
+std::ostream& operator<<(std::ostream& stream, const VeltoError& error);

@@ -52,10 +52,16 @@ class VeltoRegex {
   /// The substrings of groups 1 to the last of the first match; empty when there is no match or
   /// the pattern has no groups. A group that took no part in the match yields "".
   [[nodiscard]] std::vector<std::string> simpleCaptureGroups(std::string_view string) const;
-  /// `string` with every match replaced by `replacementTemplate`, where "$n" stands for group n
-  /// and a backslash escapes the next character. Fails with "Invalid template" (arguments
-  /// "string", "template", "errorName") when the template refers to a group that does not exist
-  /// or ends in a lone "$" or backslash.
+  /// `string` with every match replaced by `replacementTemplate`. The template's rule:
+  ///   "$" and a digit     a group reference: the first digit, then as many more digits as
+  ///                       still name a group ("$12" with three groups is group 1, then "2")
+  ///   a backslash and     that character, literally (backslash-dollar-1 is "$1")
+  ///     any character
+  ///   anything else       itself: a "$" not followed by a digit ("US$ $0", "${name}", a lone
+  ///                       "$") and a trailing backslash are literal text
+  /// Fails with "Invalid template" (arguments "string", "template", "errorName"
+  /// "U_INDEX_OUTOFBOUNDS_ERROR") only when the template refers to a group the pattern does not
+  /// have, and only once there is a match to replace: without one `string` comes back unchanged.
   [[nodiscard]] VeltoResult<std::string> replacingMatches(std::string_view string, std::string_view replacementTemplate) const;
 
  private:

@@ -62,18 +62,20 @@ class VeltoOverride {
   }
 
   /// A success with the payload for `override` (the generator is not called); for `noOverride`
-  /// the generator's success unchanged, or its failure passed up with the argument "override"
-  /// (this value), the code site "VeltoParameterOverride" / "resolve(generator:)" and `site` as
-  /// the invoker.
+  /// the generator's success unchanged, or its failure passed up the way
+  /// `VeltoResult<T>::fromError` passes one: one frame added with the argument "override" (this
+  /// value), no invoker site and the code site "VeltoParameterOverride" / "resolve(generator:)" /
+  /// line 54. The caller's position is not recorded; the generator's own frames say where the
+  /// failure came from.
   template <class Generator>
     requires std::invocable<Generator&> && std::same_as<std::invoke_result_t<Generator&>, VeltoResult<T>>
-  [[nodiscard]] VeltoResult<T> resolve(Generator&& generator, VeltoCodeSite site = VeltoCodeSite::current()) const {
+  [[nodiscard]] VeltoResult<T> resolve(Generator&& generator) const {
     if (const auto* o = std::get_if<Override>(&cases_)) return o->value;
     VeltoResult<T> generated = std::invoke(generator);
     if (generated.hasValue()) return generated;
     // The line is fixed so that recorded trails stay comparable with those of earlier releases.
-    return VeltoResult<T>::failure(generated.error().appending(
-        VeltoStackFrame({{"override", *this}}, site, VeltoCodeSite("VeltoParameterOverride", "resolve(generator:)", 54))));
+    return VeltoResult<T>::fromError(generated.error(), {{"override", *this}},
+                                     VeltoCodeSite("VeltoParameterOverride", "resolve(generator:)", 54));
   }
 
   friend bool operator==(const VeltoOverride&, const VeltoOverride&) = default;
