@@ -4,6 +4,7 @@
 
 #include "velto/collections/VeltoCircularBuffer.hpp"
 #include "velto/collections/VeltoSetToggleResult.hpp"
+#include "velto/collections/VeltoSortedArray.hpp"
 #include "velto/concurrency/VeltoAutoreleasePool.hpp"
 #include "velto/concurrency/VeltoDispatchGroupResult.hpp"
 #include "velto/concurrency/VeltoDispatchQueueVia.hpp"
