@@ -347,7 +347,10 @@ class VeltoSortedArray {
     }
 
    private:
-    explicit StraddlingResult(Cases cases) : cases_(std::move(cases)) {}
+    // Each case is built in place: passing a whole Cases by value trips g++ 12's
+    // maybe-uninitialized analysis at -O2 on the inactive alternatives.
+    template <class Case>
+    explicit StraddlingResult(Case chosen) : cases_(std::in_place_type<Case>, std::move(chosen)) {}
     Cases cases_;
   };
 
