@@ -130,7 +130,7 @@ VeltoResult<void> encodeAddressOnly(const void* address, std::string_view typeNa
 
 // C strings are text and function pointers closures (see the classification below), not addresses.
 template <class T>
-  requires(!std::is_same_v<std::remove_cv_t<T>, char> && !std::is_function_v<T>)
+  requires(!std::is_same_v<T, char> && !std::is_same_v<T, const char> && !std::is_function_v<T>)
 struct VeltoDebugConformance<T*> {
   template <class Destination, class... Rest>
   static auto encodeForDynamicDebug(T* const& pointer, Destination& destination, Rest&&... rest) {
@@ -208,8 +208,8 @@ struct VeltoTypeMirror {
   bool keysAreText = false;
   /// Objects: the object's identity (its address).
   const void* (*identity)(const void* value) = nullptr;
-  /// Objects of polymorphic types: the dynamic type, and the address of the complete (most
-  /// derived) object. Null: the static type is the whole story.
+  /// Polymorphic types: the dynamic type, and the address of the complete (most derived)
+  /// object. Null: the static type is the whole story.
   const std::type_info& (*dynamicType)(const void* value) = nullptr;
   const void* (*mostDerived)(const void* value) = nullptr;
   /// Enumerations: the case's plain printed name.
@@ -485,6 +485,7 @@ VeltoTypeMirror makeMirror() noexcept {
   if constexpr (std::is_polymorphic_v<T>) {
     // Seen through a reference to a base, a value still names its own type.
     m.dynamicType = [](const void* v) -> const std::type_info& { return typeid(as<T>(v)); };
+    m.mostDerived = [](const void* v) { return dynamic_cast<const void*>(&as<T>(v)); };
   }
 
   if constexpr (isSpecialization<T, std::optional>) {
