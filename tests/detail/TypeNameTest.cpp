@@ -24,6 +24,12 @@ namespace {
 
 struct Local {};
 
+struct Ordered {};
+auto operator<(Ordered, Ordered) {
+  struct InOperator {};
+  return InOperator{};
+}
+
 template <class T>
 struct CountingAllocator : std::allocator<T> {
   template <class U>
@@ -132,9 +138,11 @@ TEST(TypeName, keepsArgumentsThatAreNotTheDefaults) {
 
 TEST(TypeName, leavesNamesItCannotParseAsTheCompilerWroteThem) {
   EXPECT_EQ(velto::detail::demangle("not a mangled name"), "not a mangled name");
-  const auto lambda = [] {};
-  const std::string name = velto::detail::typeName<decltype(lambda)>();
-  EXPECT_NE(name.find("lambda"), std::string::npos) << name;
+  // A local type of an operator: its name holds an unbalanced angle bracket.
+  const auto local = Ordered{} < Ordered{};
+  const std::string name = velto::detail::typeName(typeid(local));
+  EXPECT_NE(name.find("operator<"), std::string::npos) << name;
+  EXPECT_TRUE(name.ends_with("::InOperator")) << name;
 }
 
 TEST(TypeName, isComputedOnceAndSharedAcrossThreads) {
