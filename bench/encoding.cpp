@@ -1,10 +1,13 @@
-// The debug encoder against building the same JSON by hand with Boost.JSON.
+// The debug encoder against building the same JSON by hand with Boost.JSON, and its type names
+// against demangling on every use.
 #include <velto/encoding/VeltoDynamicDebugEncoder.hpp>
 
 #include <benchmark/benchmark.h>
+#include <boost/core/demangle.hpp>
 #include <boost/describe.hpp>
 #include <boost/json.hpp>
 
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -126,3 +129,57 @@ VELTO_BENCH_RATIO(BM_VeltoDebugEncodeObjectGraph, BM_BoostJsonByHandObjectGraph,
                   "time vs Boost.JSON by hand (target <= 2.0, i.e. at least half its speed)");
 VELTO_BENCH_RATIO(BM_VeltoDebugEncodeDictionary/100000, BM_VeltoDebugEncodeDictionary/10000,
                   "100,000 vs 10,000 keys (target <= 12)");
+
+// ---- type names ---------------------------------------------------------------------------------
+
+namespace {
+
+struct Base {
+  virtual ~Base() = default;
+};
+template <int N>
+struct Derived final : Base {};
+
+// Names of dynamic types, as "__type" asks for every object seen through a base: a table of
+// polymorphic objects of eight types, mixed.
+std::vector<std::unique_ptr<Base>> mixedObjects() {
+  std::vector<std::unique_ptr<Base>> objects;
+  for (int i = 0; i < 1024; ++i) {
+    switch (i % 8) {
+      case 0: objects.push_back(std::make_unique<Derived<0>>()); break;
+      case 1: objects.push_back(std::make_unique<Derived<1>>()); break;
+      case 2: objects.push_back(std::make_unique<Derived<2>>()); break;
+      case 3: objects.push_back(std::make_unique<Derived<3>>()); break;
+      case 4: objects.push_back(std::make_unique<Derived<4>>()); break;
+      case 5: objects.push_back(std::make_unique<Derived<5>>()); break;
+      case 6: objects.push_back(std::make_unique<Derived<6>>()); break;
+      default: objects.push_back(std::make_unique<Derived<7>>()); break;
+    }
+  }
+  return objects;
+}
+
+// The cleaned name from the process-wide table (a shared lock and a hash lookup).
+void BM_VeltoTypeNameOfDynamicType(benchmark::State& state) {
+  const auto objects = mixedObjects();
+  for (auto _ : state) {
+    for (const auto& object : objects) benchmark::DoNotOptimize(velto::detail::typeName(typeid(*object)).size());
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(objects.size()));
+}
+BENCHMARK(BM_VeltoTypeNameOfDynamicType);
+
+// Anchor: what a user would write, demangling on every use.
+void BM_BoostCoreDemangle(benchmark::State& state) {
+  const auto objects = mixedObjects();
+  for (auto _ : state) {
+    for (const auto& object : objects) benchmark::DoNotOptimize(boost::core::demangle(typeid(*object).name()).size());
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(objects.size()));
+}
+BENCHMARK(BM_BoostCoreDemangle);
+
+}  // namespace
+
+VELTO_BENCH_RATIO(BM_VeltoTypeNameOfDynamicType, BM_BoostCoreDemangle,
+                  "cached clean name vs demangling each time (target <= 0.25)");

@@ -18,6 +18,8 @@ namespace {
 
 using Result = VeltoResult<void>;
 
+constexpr std::string_view kUnderlyingErrorKey = "NSUnderlyingError";
+
 // Writes the same text at any of the three destinations.
 Result writeText(std::string_view text, VeltoEncoder& encoder) { return encoder.singleValueContainer().encode(text); }
 Result writeText(std::string_view text, VeltoKeyedEncodingContainer& container, std::string_view key) {
@@ -214,6 +216,14 @@ Result VeltoPlatformError::encodeChildrenForDynamicDebug(VeltoKeyedEncodingConta
   VELTO_TRY(container.encode("code", code()));
   VELTO_TRY(container.encode("domain", domain()));
   VELTO_TRY(container.encode("localizedDescription", localizedDescription()));
+  // The underlying error belongs to the user information, under the key the platform uses for
+  // it, so that a chain of causes shows in full (each cause rendered as an error object).
+  auto underlying = underlyingError();
+  if (underlying && !userInfo().find(kUnderlyingErrorKey)) {
+    VeltoArgs withCause = userInfo();
+    withCause.append(std::string(kUnderlyingErrorKey), std::move(underlying));
+    return dynamicEncoder.encode(withCause, container, "userInfo");
+  }
   if (userInfo().empty()) return VeltoResultVoidSuccess;
   return dynamicEncoder.encode(userInfo(), container, "userInfo");
 }

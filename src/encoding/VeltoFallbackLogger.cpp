@@ -14,6 +14,28 @@ void writeLine(const std::string& line) {
   std::fputc('\n', stdout);
 }
 
+// The encoder's error, then each error under it (a VeltoError's framework error, another
+// error's underlying one), so the line says why encoding failed: the encoder's own error is
+// always "Failed to encode for debug", and the generic description of a VeltoError cause says
+// nothing ("The operation couldn't be completed. (VeltoError error 1.)"); its message does.
+std::string dumpWithCauses(const VeltoError& error) {
+  std::string out = error.debugDump();
+  std::shared_ptr<const VeltoPlatformError> cause = error.frameworkError();
+  // Errors are immutable, so a chain cannot loop; the bound only keeps a line a line.
+  for (int depth = 0; cause && depth < 16; ++depth) {
+    out.append(" caused by: ");
+    if (const auto* inner = dynamic_cast<const VeltoError*>(cause.get())) {
+      out.append(inner->debugDump());
+      cause = inner->frameworkError();
+    } else {
+      out.append(cause->domain()).append(" ").append(std::to_string(cause->code()));
+      out.append(" \"").append(cause->localizedDescription()).append("\"");
+      cause = cause->underlyingError();
+    }
+  }
+  return out;
+}
+
 void printReport(const VeltoError& combined, const char* kind) {
   auto encoded = VeltoDynamicDebugEncoder::encodeToString(combined, VeltoDynamicDebugEncoderOptions::forLogging());
   if (encoded) {
@@ -22,7 +44,7 @@ void printReport(const VeltoError& combined, const char* kind) {
     writeLine(encoded.value());
   } else {
     writeLine(std::string("meta-error. Failed to encode ") + kind + " in VeltoFallbackLogger " + combined.debugDump() + " " +
-              encoded.error().debugDump());
+              dumpWithCauses(encoded.error()));
   }
   std::fflush(stdout);
 }

@@ -389,12 +389,12 @@ TEST(VeltoDynamicDebugEncoder, rendersValuesOfEveryKindWithoutDescriptions) {
   EXPECT_TRUE(VeltoDynamicDebugEncoder::encodeToString(atomic, options).hasValue());
   EXPECT_EQ(render(array, options), boost::json::parse("[1,2,3]"));
   EXPECT_EQ(render(stdArray, options), boost::json::parse("[4,5]"));
-  EXPECT_TRUE(render(duration, options).is_string());
+  EXPECT_EQ(render(duration, options), 0.005);
   EXPECT_TRUE(render(reference, options).is_string() || render(reference, options).is_object());
   EXPECT_EQ(render(optionals, options), boost::json::parse("[1,null]"));
-  EXPECT_TRUE(render(std::byte{7}, options).is_string());
-  EXPECT_TRUE(VeltoDynamicDebugEncoder::encodeToData(function, options).isFailure()) << "a pointer without addresses";
-  EXPECT_TRUE(render(std::make_tuple(function), plain()).at(".0").is_object());
+  EXPECT_EQ(render(std::byte{7}, options), 7);
+  EXPECT_EQ(render(function, options), "[closure]");
+  EXPECT_EQ(render(std::make_tuple(function), plain()).at(".0"), "[closure]");
   EXPECT_TRUE(VeltoDynamicDebugEncoder::encodeToString(member, options).hasValue());
   EXPECT_TRUE(render(nullptr, options).is_string());
   EXPECT_TRUE(render(VeltoAny(), plain()).is_null());

@@ -10,6 +10,16 @@
 //       smart pointer's child is the object: style `class_`, identity = its address)
 //   VeltoAny                                optional (transparent around what it holds)
 //   VeltoArgs                               dictionary with string keys, insertion order
+//   const char*, char*                      optional around the text (null: absent)
+//   std::wstring, std::u8/u16/u32string     optional around the UTF-8 text
+//       and their views
+//   char[N]                                 no style, the text up to the first NUL
+//   std::filesystem::path                   no style, its native text
+//   std::byte                               no style, a number
+//   std::chrono::duration                   no style, seconds (a double)
+//   std::chrono::time_point                 no style, seconds since the clock's epoch (1970
+//                                           for system_clock)
+//   function pointers                       no style, a closure
 //   std::pair, std::tuple                   tuple, unlabelled children
 //   std::variant                            enumeration, anonymous payload
 //   a tagged variant (see below)            enumeration, payload labelled by the case name
@@ -18,7 +28,8 @@
 //   map-like (key_type + mapped_type)       dictionary
 //   set-like (key_type only)                set
 //   other ranges (not text)                 collection
-//   BOOST_DESCRIBE_STRUCT/_CLASS types      structure: own members, then each base's
+//   BOOST_DESCRIBE_STRUCT/_CLASS types      structure: own members (private ones too), then
+//                                           each base's
 //   bool, arithmetic, text                  no style, a scalar
 //   std::function, lambdas                  no style, a closure
 //   anything else                           no style, nothing known
@@ -36,6 +47,12 @@
 //   custom debug-string member; deriving from VeltoMainThreadOnlyEncodable marks values rendered
 //   only on the main thread.
 //
+// Names of members and cases drop the trailing underscore that a C++ keyword forces on them
+// (`default_` prints "default"; see velto::detail::spelledName).
+//
+// A smart pointer to a value that is no object of its own (std::string, a vector, a number)
+// renders as an object with its address whose only child, "pointee", is the value.
+//
 // Objects seen through a pointer to a polymorphic base render with their dynamic type's name
 // and, once that type's mirror exists (VeltoRegisterObjectType<Derived>(), or any recorded
 // std::shared_ptr<Derived>), with its own members. Identity is the complete object's address.
@@ -49,6 +66,9 @@
 #include <boost/mp11/algorithm.hpp>
 #include <boost/uuid/uuid.hpp>
 
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -65,6 +85,7 @@
 
 #include "velto/core/VeltoCustomDebugEncoding.hpp"
 #include "velto/detail/TypeName.hpp"
+#include "velto/detail/Utf8Text.hpp"
 
 class VeltoAny;
 class VeltoArgs;
@@ -107,16 +128,13 @@ VeltoResult<void> encodeAddressOnly(const void* address, std::string_view typeNa
                                     VeltoDynamicDebugEncoder&);
 }  // namespace velto::detail
 
+// C strings are text and function pointers closures (see the classification below), not addresses.
 template <class T>
+  requires(!std::is_same_v<T, char> && !std::is_same_v<T, const char> && !std::is_function_v<T>)
 struct VeltoDebugConformance<T*> {
   template <class Destination, class... Rest>
   static auto encodeForDynamicDebug(T* const& pointer, Destination& destination, Rest&&... rest) {
-    const void* address;
-    if constexpr (std::is_function_v<T>) {
-      address = reinterpret_cast<const void*>(pointer);  // function pointers fit a data pointer on this platform
-    } else {
-      address = const_cast<const void*>(static_cast<const volatile void*>(pointer));
-    }
+    const void* address = const_cast<const void*>(static_cast<const volatile void*>(pointer));
     return velto::detail::encodeAddressOnly(address, velto::detail::typeName<T*>(), destination,
                                             std::forward<Rest>(rest)...);
   }
@@ -190,8 +208,8 @@ struct VeltoTypeMirror {
   bool keysAreText = false;
   /// Objects: the object's identity (its address).
   const void* (*identity)(const void* value) = nullptr;
-  /// Objects of polymorphic types: the dynamic type, and the address of the complete (most
-  /// derived) object. Null: the static type is the whole story.
+  /// Polymorphic types: the dynamic type, and the address of the complete (most derived)
+  /// object. Null: the static type is the whole story.
   const std::type_info& (*dynamicType)(const void* value) = nullptr;
   const void* (*mostDerived)(const void* value) = nullptr;
   /// Enumerations: the case's plain printed name.
@@ -241,6 +259,42 @@ template <class T>
 concept Text = std::is_same_v<T, std::string> || std::is_same_v<T, std::string_view>;
 
 template <class T>
+concept CharPointer = std::is_same_v<T, const char*> || std::is_same_v<T, char*>;
+
+template <class T>
+concept CharArray = std::is_array_v<T> && std::is_same_v<std::remove_cv_t<std::remove_extent_t<T>>, char> &&
+                    std::extent_v<T> != 0;
+
+// Text in the other standard character types, written as UTF-8.
+template <class T>
+concept OtherText = (isSpecialization<T, std::basic_string> || isSpecialization<T, std::basic_string_view>) &&
+                    !std::is_same_v<typename T::value_type, char> &&
+                    requires(const T& t) { utf8Text(std::basic_string_view<typename T::value_type>(t)); };
+
+// std::filesystem::path (and look-alikes) on a platform whose native paths are char strings;
+// recognised by shape so that <filesystem> stays out of this header.
+template <class T>
+concept PathLike = requires(const T& t) {
+  typename T::string_type;
+  { t.native() } -> std::same_as<const std::string&>;
+  t.filename();
+  t.has_root_path();
+};
+
+template <class T>
+concept FunctionPointer = std::is_pointer_v<T> && std::is_function_v<std::remove_pointer_t<T>>;
+
+template <class T>
+inline constexpr bool isDuration = false;
+template <class Rep, class Period>
+inline constexpr bool isDuration<std::chrono::duration<Rep, Period>> = true;
+
+template <class T>
+inline constexpr bool isTimePoint = false;
+template <class Clock, class Duration>
+inline constexpr bool isTimePoint<std::chrono::time_point<Clock, Duration>> = true;
+
+template <class T>
 concept MapLike = requires {
   typename T::key_type;
   typename T::mapped_type;
@@ -250,7 +304,8 @@ template <class T>
 concept SetLike = requires { typename T::key_type; } && !MapLike<T> && requires(const T& t) { t.begin(); t.end(); };
 
 template <class T>
-concept RangeLike = !Text<T> && !MapLike<T> && !SetLike<T> && requires(const T& t) {
+concept RangeLike = !Text<T> && !CharArray<T> && !OtherText<T> && !PathLike<T> && !MapLike<T> && !SetLike<T> &&
+                    requires(const T& t) {
   std::begin(t);
   std::end(t);
 };
@@ -340,9 +395,10 @@ HookResult<T> customChildren(const void* v, VeltoKeyedEncodingContainer& k, Velt
 template <class T>
 void describedChildren(const T& value, VeltoChildSink& sink) {
   if constexpr (boost::describe::has_describe_members<T>::value) {
-    using Members = boost::describe::describe_members<T, boost::describe::mod_public | boost::describe::mod_protected>;
+    // Every stored member, whatever its access: a dump shows the whole state.
+    using Members = boost::describe::describe_members<T, boost::describe::mod_any_access>;
     boost::mp11::mp_for_each<Members>([&](auto member) {
-      sink.child(std::string_view(member.name), refTo(value.*member.pointer));
+      sink.child(spelledName(member.name), refTo(value.*member.pointer));
     });
   }
   if constexpr (boost::describe::has_describe_bases<T>::value) {
@@ -371,13 +427,13 @@ void mapEntries(const void* v, VeltoEntrySink& sink) {
 
 template <class Case>
 void casePayload(const Case& c, VeltoChildSink& sink) {
-  using Members = boost::describe::describe_members<Case, boost::describe::mod_public>;
+  using Members = boost::describe::describe_members<Case, boost::describe::mod_any_access>;
   constexpr std::size_t count = boost::mp11::mp_size<Members>::value;
   if constexpr (count == 1) {
     using Member = boost::mp11::mp_front<Members>;
-    sink.child(Case::caseName, refTo(c.*Member::pointer));
+    sink.child(spelledName(Case::caseName), refTo(c.*Member::pointer));
   } else if constexpr (count > 1) {
-    sink.child(Case::caseName, {&c, &casePayloadTupleMirror<Case>()});
+    sink.child(spelledName(Case::caseName), {&c, &casePayloadTupleMirror<Case>()});
   }
 }
 
@@ -385,7 +441,7 @@ template <class T>
 std::string enumCaseName(const void* v) {
   const T value = as<T>(v);
   if constexpr (boost::describe::has_describe_enumerators<T>::value) {
-    if (const char* name = boost::describe::enum_to_string(value, nullptr)) return name;
+    if (const char* name = boost::describe::enum_to_string(value, nullptr)) return std::string(spelledName(name));
   }
   return std::to_string(static_cast<std::underlying_type_t<T>>(value));
 }
@@ -426,6 +482,11 @@ VeltoTypeMirror makeMirror() noexcept {
   if constexpr (VeltoCustomDebugContainerEncoding<T>) m.customChildren = &customChildren<T>;
   if constexpr (HasDebugDescription<T>) m.debugDescription = [](const void* v) { return std::string(as<T>(v).debugDescription()); };
   m.mainThreadOnly = std::is_base_of_v<VeltoMainThreadOnlyEncodable, T>;
+  if constexpr (std::is_polymorphic_v<T>) {
+    // Seen through a reference to a base, a value still names its own type.
+    m.dynamicType = [](const void* v) -> const std::type_info& { return typeid(as<T>(v)); };
+    m.mostDerived = [](const void* v) { return dynamic_cast<const void*>(&as<T>(v)); };
+  }
 
   if constexpr (isSpecialization<T, std::optional>) {
     m.style = VeltoDisplayStyle::optional;
@@ -455,6 +516,41 @@ VeltoTypeMirror makeMirror() noexcept {
     m.entries = [](const void* v, VeltoEntrySink& sink) {
       for (const auto& [key, value] : as<T>(v)) sink.entry(refTo(key), refTo(value));
     };
+  } else if constexpr (CharPointer<T>) {
+    // A C string is its text; a null one is an absent value. The view lives during the visit only.
+    m.style = VeltoDisplayStyle::optional;
+    m.children = [](const void* v, VeltoChildSink& sink) {
+      if (const char* text = as<T>(v)) {
+        const std::string_view view(text);
+        sink.child(std::string_view(), refTo(view));
+      }
+    };
+  } else if constexpr (OtherText<T>) {
+    // Transparent around its UTF-8 form, made for the visit.
+    m.style = VeltoDisplayStyle::optional;
+    m.children = [](const void* v, VeltoChildSink& sink) {
+      const std::string text = utf8Text(std::basic_string_view<typename T::value_type>(as<T>(v)));
+      sink.child(std::string_view(), refTo(text));
+    };
+  } else if constexpr (CharArray<T>) {
+    // A char buffer holds text up to its first NUL (all of it when there is none).
+    m.scalar = [](const void* v) -> VeltoScalar {
+      const auto& text = as<T>(v);
+      return std::string_view(text, static_cast<std::size_t>(std::find(text, text + std::extent_v<T>, '\0') - text));
+    };
+  } else if constexpr (PathLike<T>) {
+    m.scalar = [](const void* v) -> VeltoScalar { return std::string_view(as<T>(v).native()); };
+  } else if constexpr (std::is_same_v<T, std::byte>) {
+    m.scalar = [](const void* v) -> VeltoScalar { return static_cast<std::uint64_t>(std::to_integer<unsigned>(as<T>(v))); };
+  } else if constexpr (isDuration<T>) {
+    m.scalar = [](const void* v) -> VeltoScalar { return std::chrono::duration<double>(as<T>(v)).count(); };
+  } else if constexpr (isTimePoint<T>) {
+    // Seconds since the clock's epoch: 1970 for the system clock, like every timestamp here.
+    m.scalar = [](const void* v) -> VeltoScalar {
+      return std::chrono::duration<double>(as<T>(v).time_since_epoch()).count();
+    };
+  } else if constexpr (FunctionPointer<T>) {
+    m.isClosure = true;
   } else if constexpr (isSpecialization<T, std::pair> || isSpecialization<T, std::tuple>) {
     m.style = VeltoDisplayStyle::tuple;
     m.children = &tupleChildren<T>;
@@ -476,7 +572,7 @@ VeltoTypeMirror makeMirror() noexcept {
   } else if constexpr (TaggedVariant<T>) {
     m.style = VeltoDisplayStyle::enumeration;
     m.caseName = [](const void* v) {
-      return std::visit([](const auto& c) { return std::string(std::remove_cvref_t<decltype(c)>::caseName); },
+      return std::visit([](const auto& c) { return std::string(spelledName(std::remove_cvref_t<decltype(c)>::caseName)); },
                         as<T>(v).cases());
     };
     m.children = [](const void* v, VeltoChildSink& sink) {
@@ -524,8 +620,17 @@ const VeltoTypeMirror& objectMirrorOf() noexcept {
     m.entries = nullptr;
     m.caseName = nullptr;
     m.scalar = nullptr;
-    if constexpr (Described<std::remove_cv_t<T>>) {
-      m.children = [](const void* v, VeltoChildSink& sink) { describedChildren(as<std::remove_cv_t<T>>(v), sink); };
+    using Object = std::remove_cv_t<T>;
+    if constexpr (Described<Object>) {
+      m.children = [](const void* v, VeltoChildSink& sink) { describedChildren(as<Object>(v), sink); };
+    } else if constexpr (!std::is_polymorphic_v<Object>) {
+      // A shared value that is no object of its own (a string, a vector, a number): an object
+      // whose only child is the value, so that it shows next to its address.
+      const VeltoTypeMirror& value = mirrorOf<Object>();
+      if (!m.customChildren && !m.debugDescription &&
+          (value.style != VeltoDisplayStyle::none || value.scalar || value.isClosure)) {
+        m.children = [](const void* v, VeltoChildSink& sink) { sink.child("pointee", refTo(as<Object>(v))); };
+      }
     }
     if constexpr (std::is_polymorphic_v<T>) {
       m.dynamicType = [](const void* v) -> const std::type_info& { return typeid(as<std::remove_cv_t<T>>(v)); };

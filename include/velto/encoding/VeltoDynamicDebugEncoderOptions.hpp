@@ -1,8 +1,8 @@
 // VeltoDynamicDebugEncoderOptions: what the debug encoder writes and how.
 //
-//   auto options = VeltoDynamicDebugEncoderOptions::forLogging()
-//                      .replacing(VeltoOverride<DataContentsBehaviour>::noOverride(), /*includeAddresses*/ false);
-//   VeltoDynamicDebugEncoder::encodeToString(value, options);
+//   VeltoDynamicDebugEncoderOptions compact({.includeAddresses = false, .prettyPrint = false});
+//   auto typed = VeltoDynamicDebugEncoderOptions::forLogging().withIncludeTypes(true);
+//   VeltoDynamicDebugEncoder::encodeToString(value, compact);
 #pragma once
 
 #include <optional>
@@ -14,8 +14,10 @@
 #include "velto/values/VeltoFileSize.hpp"
 #include "velto/values/VeltoOverride.hpp"
 
-/// Every option of one debug encoding. The constructor takes all ten, in order, with no
-/// defaults; `forLogging()` is the preset the fallback logger uses. Regular value type.
+/// Every option of one debug encoding: by name through `Fields` (designated initializers, the
+/// logging preset for what is not named), by the all-fields constructor (ten, in order, no
+/// defaults), or as a changed copy (`with...`, `replacing`). `forLogging()` is the preset the
+/// fallback logger uses. Regular value type.
 /// Thread safety: immutable.
 class VeltoDynamicDebugEncoderOptions {
  public:
@@ -54,28 +56,42 @@ class VeltoDynamicDebugEncoderOptions {
     std::variant<IncludeContents, ExcludeContents> cases_;
   };
 
+  /// Every field by name, for designated initializers; the defaults are the `forLogging()`
+  /// preset, so a designated list says only what differs from it:
+  ///
+  ///   VeltoDynamicDebugEncoderOptions options({.includeAddresses = false, .prettyPrint = false});
+  struct Fields {
+    DataContentsBehaviour dataBehaviour = DataContentsBehaviour::includeContents(VeltoFileSize::fromKibiBytes(1));
+    bool includeAddresses = true;
+    bool includeChildrenOfReferenceTypes = true;
+    bool includeClosures = true;
+    bool includeNulls = true;
+    bool includeTypes = false;
+    bool obfuscateSensitiveContent = true;
+    bool prettyPrint = true;
+    bool sortDictionaryKeys = true;
+    bool sortPropertyKeys = false;
+    friend bool operator==(const Fields&, const Fields&) = default;
+  };
+
+  /// Every field, in order. Ten positional arguments are easy to mix up: prefer the Fields form
+  /// or the `with...` copies in new code.
   VeltoDynamicDebugEncoderOptions(DataContentsBehaviour dataBehaviour, bool includeAddresses,
                                   bool includeChildrenOfReferenceTypes, bool includeClosures, bool includeNulls,
                                   bool includeTypes, bool obfuscateSensitiveContent, bool prettyPrint,
                                   bool sortDictionaryKeys, bool sortPropertyKeys) noexcept
-      : dataBehaviour_(dataBehaviour),
-        includeAddresses_(includeAddresses),
-        includeChildrenOfReferenceTypes_(includeChildrenOfReferenceTypes),
-        includeClosures_(includeClosures),
-        includeNulls_(includeNulls),
-        includeTypes_(includeTypes),
-        obfuscateSensitiveContent_(obfuscateSensitiveContent),
-        prettyPrint_(prettyPrint),
-        sortDictionaryKeys_(sortDictionaryKeys),
-        sortPropertyKeys_(sortPropertyKeys) {}
+      : fields_{dataBehaviour,     includeAddresses,          includeChildrenOfReferenceTypes,
+                includeClosures,   includeNulls,              includeTypes,
+                obfuscateSensitiveContent, prettyPrint,       sortDictionaryKeys,
+                sortPropertyKeys} {}
+
+  /// The options named in `fields`.
+  explicit VeltoDynamicDebugEncoderOptions(const Fields& fields) noexcept : fields_(fields) {}
 
   /// Everything rendered (contents up to 1 KiB, addresses, object children, closures, nulls),
   /// sensitive content hidden, pretty-printed, dictionary entries sorted, properties in their
   /// declaration order (so an error reads message, time, uuid, then its frames), no "__type".
-  [[nodiscard]] static VeltoDynamicDebugEncoderOptions forLogging() noexcept {
-    return VeltoDynamicDebugEncoderOptions(DataContentsBehaviour::includeContents(VeltoFileSize::fromKibiBytes(1)), true,
-                                           true, true, true, false, true, true, true, false);
-  }
+  [[nodiscard]] static VeltoDynamicDebugEncoderOptions forLogging() noexcept { return VeltoDynamicDebugEncoderOptions(Fields{}); }
 
   /// A copy with each field replaced where its argument says so: `override` / a present value
   /// replaces, `noOverride` / absence keeps.
@@ -85,45 +101,80 @@ class VeltoDynamicDebugEncoderOptions {
       std::optional<bool> includeNulls = std::nullopt, std::optional<bool> includeTypes = std::nullopt,
       std::optional<bool> obfuscateSensitiveContent = std::nullopt, std::optional<bool> prettyPrint = std::nullopt,
       std::optional<bool> sortDictionaryKeys = std::nullopt, std::optional<bool> sortPropertyKeys = std::nullopt) const {
-    return VeltoDynamicDebugEncoderOptions(
-        dataBehaviour.resolve(dataBehaviour_), includeAddresses.value_or(includeAddresses_),
-        includeChildrenOfReferenceTypes.value_or(includeChildrenOfReferenceTypes_), includeClosures.value_or(includeClosures_),
-        includeNulls.value_or(includeNulls_), includeTypes.value_or(includeTypes_),
-        obfuscateSensitiveContent.value_or(obfuscateSensitiveContent_), prettyPrint.value_or(prettyPrint_),
-        sortDictionaryKeys.value_or(sortDictionaryKeys_), sortPropertyKeys.value_or(sortPropertyKeys_));
+    const Fields& f = fields_;
+    return VeltoDynamicDebugEncoderOptions(Fields{
+        dataBehaviour.resolve(f.dataBehaviour), includeAddresses.value_or(f.includeAddresses),
+        includeChildrenOfReferenceTypes.value_or(f.includeChildrenOfReferenceTypes),
+        includeClosures.value_or(f.includeClosures), includeNulls.value_or(f.includeNulls),
+        includeTypes.value_or(f.includeTypes), obfuscateSensitiveContent.value_or(f.obfuscateSensitiveContent),
+        prettyPrint.value_or(f.prettyPrint), sortDictionaryKeys.value_or(f.sortDictionaryKeys),
+        sortPropertyKeys.value_or(f.sortPropertyKeys)});
   }
 
-  [[nodiscard]] const DataContentsBehaviour& dataBehaviour() const noexcept { return dataBehaviour_; }
+  /// Copies with one field changed: `forLogging().withPrettyPrint(false).withIncludeTypes(true)`.
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withDataBehaviour(DataContentsBehaviour value) const noexcept {
+    return changed(&Fields::dataBehaviour, value);
+  }
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withIncludeAddresses(bool value) const noexcept {
+    return changed(&Fields::includeAddresses, value);
+  }
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withIncludeChildrenOfReferenceTypes(bool value) const noexcept {
+    return changed(&Fields::includeChildrenOfReferenceTypes, value);
+  }
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withIncludeClosures(bool value) const noexcept {
+    return changed(&Fields::includeClosures, value);
+  }
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withIncludeNulls(bool value) const noexcept {
+    return changed(&Fields::includeNulls, value);
+  }
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withIncludeTypes(bool value) const noexcept {
+    return changed(&Fields::includeTypes, value);
+  }
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withObfuscateSensitiveContent(bool value) const noexcept {
+    return changed(&Fields::obfuscateSensitiveContent, value);
+  }
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withPrettyPrint(bool value) const noexcept {
+    return changed(&Fields::prettyPrint, value);
+  }
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withSortDictionaryKeys(bool value) const noexcept {
+    return changed(&Fields::sortDictionaryKeys, value);
+  }
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions withSortPropertyKeys(bool value) const noexcept {
+    return changed(&Fields::sortPropertyKeys, value);
+  }
+
+  /// Every field by name (change some and make new options from them).
+  [[nodiscard]] const Fields& fields() const noexcept { return fields_; }
+
+  [[nodiscard]] const DataContentsBehaviour& dataBehaviour() const noexcept { return fields_.dataBehaviour; }
   /// Objects carry "__address" / "__previouslyEncodedAddress".
-  [[nodiscard]] bool includeAddresses() const noexcept { return includeAddresses_; }
+  [[nodiscard]] bool includeAddresses() const noexcept { return fields_.includeAddresses; }
   /// Objects' stored properties are written at all.
-  [[nodiscard]] bool includeChildrenOfReferenceTypes() const noexcept { return includeChildrenOfReferenceTypes_; }
+  [[nodiscard]] bool includeChildrenOfReferenceTypes() const noexcept { return fields_.includeChildrenOfReferenceTypes; }
   /// Closures are written as "[closure]" instead of being left out.
-  [[nodiscard]] bool includeClosures() const noexcept { return includeClosures_; }
+  [[nodiscard]] bool includeClosures() const noexcept { return fields_.includeClosures; }
   /// Absent optionals are written as null instead of being left out.
-  [[nodiscard]] bool includeNulls() const noexcept { return includeNulls_; }
+  [[nodiscard]] bool includeNulls() const noexcept { return fields_.includeNulls; }
   /// Structures and objects carry "__type".
-  [[nodiscard]] bool includeTypes() const noexcept { return includeTypes_; }
+  [[nodiscard]] bool includeTypes() const noexcept { return fields_.includeTypes; }
   /// Sensitive values are written as "[sensitive]".
-  [[nodiscard]] bool obfuscateSensitiveContent() const noexcept { return obfuscateSensitiveContent_; }
+  [[nodiscard]] bool obfuscateSensitiveContent() const noexcept { return fields_.obfuscateSensitiveContent; }
   /// Indented, multi-line JSON.
-  [[nodiscard]] bool prettyPrint() const noexcept { return prettyPrint_; }
+  [[nodiscard]] bool prettyPrint() const noexcept { return fields_.prettyPrint; }
   /// Dictionary entries in ascending key order.
-  [[nodiscard]] bool sortDictionaryKeys() const noexcept { return sortDictionaryKeys_; }
+  [[nodiscard]] bool sortDictionaryKeys() const noexcept { return fields_.sortDictionaryKeys; }
   /// The writer sorts the keys of every object.
-  [[nodiscard]] bool sortPropertyKeys() const noexcept { return sortPropertyKeys_; }
+  [[nodiscard]] bool sortPropertyKeys() const noexcept { return fields_.sortPropertyKeys; }
 
   friend bool operator==(const VeltoDynamicDebugEncoderOptions&, const VeltoDynamicDebugEncoderOptions&) = default;
 
  private:
-  DataContentsBehaviour dataBehaviour_;
-  bool includeAddresses_;
-  bool includeChildrenOfReferenceTypes_;
-  bool includeClosures_;
-  bool includeNulls_;
-  bool includeTypes_;
-  bool obfuscateSensitiveContent_;
-  bool prettyPrint_;
-  bool sortDictionaryKeys_;
-  bool sortPropertyKeys_;
+  template <class Field, class Value>
+  [[nodiscard]] VeltoDynamicDebugEncoderOptions changed(Field Fields::*field, Value value) const noexcept {
+    Fields copy = fields_;
+    copy.*field = value;
+    return VeltoDynamicDebugEncoderOptions(copy);
+  }
+
+  Fields fields_;
 };
