@@ -241,14 +241,17 @@ class VeltoLinkListBasedFiniteCostCache {
                                             site(VELTO_SITE(kLinkListBasedFiniteCostCacheFile, "get(key:)"),
                                                  VELTO_SITE(kLinkListBasedFiniteCostCacheFile, "get(keys:)")));
     }
-    std::shared_ptr<Node> newNode = linkedList_->addToHead(key, std::move(produced).value());
-    itemsByKey_.insert_or_assign(key, newNode);
+    // The map keeps the list's new node without another reference count round trip; only when an
+    // eviction is about to erase that very entry does the node get a reference of its own.
+    const std::shared_ptr<Node>* newNode =
+        &itemsByKey_.insert_or_assign(key, linkedList_->addToHead(key, std::move(produced).value())).first->second;
+    std::shared_ptr<Node> newNodeKept;
     std::size_t count = count_.load(std::memory_order_relaxed);
     if (count == std::numeric_limits<std::size_t>::max()) {
       velto::detail::fatalStop("VeltoLinkListBasedFiniteCostCache: count overflow");
     }
     count_.store(++count, std::memory_order_relaxed);
-    totalCost_ += newNode->item().cost();
+    totalCost_ += (*newNode)->item().cost();
     publishedCost_.store(totalCost_);
     while (totalCost_ > maxCost_) {
       auto removed = linkedList_->removeTail();
@@ -265,13 +268,17 @@ class VeltoLinkListBasedFiniteCostCache {
                                               site(VELTO_SITE(kLinkListBasedFiniteCostCacheFile, "get(key:)"),
                                                    VELTO_SITE(kLinkListBasedFiniteCostCacheFile, "get(keys:)")));
       }
+      if (entry->first == key) {
+        newNodeKept = *newNode;
+        newNode = &newNodeKept;
+      }
       itemsByKey_.erase(entry);
       if (count == 0) velto::detail::fatalStop("VeltoLinkListBasedFiniteCostCache: count underflow");
       count_.store(--count, std::memory_order_relaxed);
       totalCost_ -= removedTailNode->item().cost();
       publishedCost_.store(totalCost_);
     }
-    return newNode->item().item();
+    return (*newNode)->item().item();
   }
 
   // Written only under the lock; atomic so that `count()` may read it without the lock.

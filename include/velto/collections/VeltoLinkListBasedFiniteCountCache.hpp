@@ -131,8 +131,11 @@ class VeltoLinkListBasedFiniteCountCache {
       return VeltoResult<Item>::fromError(produced.error(), {{"key", key}},
                                           VELTO_SITE(velto::detail::kLinkListBasedFiniteCountCacheFile, "get(key:)"));
     }
-    std::shared_ptr<Node> newNode = linkedList_->addToHead(key, std::move(produced).value());
-    itemsByKey_.insert_or_assign(key, newNode);
+    // The map keeps the list's new node without another reference count round trip; only when an
+    // eviction is about to erase that very entry does the node get a reference of its own.
+    const std::shared_ptr<Node>* newNode =
+        &itemsByKey_.insert_or_assign(key, linkedList_->addToHead(key, std::move(produced).value())).first->second;
+    std::shared_ptr<Node> newNodeKept;
     std::size_t count = count_.load(std::memory_order_relaxed);
     if (count == std::numeric_limits<std::size_t>::max()) {
       velto::detail::fatalStop("VeltoLinkListBasedFiniteCountCache: count overflow");
@@ -141,14 +144,18 @@ class VeltoLinkListBasedFiniteCountCache {
     while (count > maxItemCount_) {
       auto removed = linkedList_->removeTail();
       if (removed.isFailure()) {
-        return VeltoResult<Item>::fromError(removed.error(), {{"key", key}, {"newNode", newNode}},
+        return VeltoResult<Item>::fromError(removed.error(), {{"key", key}, {"newNode", *newNode}},
                                             VELTO_SITE(velto::detail::kLinkListBasedFiniteCountCacheFile, "get(key:)"));
+      }
+      if (removed.value()->key() == key) {
+        newNodeKept = *newNode;
+        newNode = &newNodeKept;
       }
       itemsByKey_.erase(removed.value()->key());
       if (count == 0) velto::detail::fatalStop("VeltoLinkListBasedFiniteCountCache: count underflow");
       count_.store(--count, std::memory_order_relaxed);
     }
-    return newNode->item();
+    return (*newNode)->item();
   }
 
   // Written only under the lock; atomic so that `count()` may read it without the lock.
