@@ -302,6 +302,32 @@ TEST(VeltoLinkListBasedFiniteCostCache, followsTheModelOverRandomGets) {
   EXPECT_GT(seen["No tail to remove"], 0);
 }
 
+// A cost that is not trivially copyable: totalCost is then read under the lock.
+struct Money {
+  long cents = 0;
+  std::string currency = "EUR";
+  explicit Money(long cents) : cents(cents) {}
+  Money& operator+=(const Money& other) {
+    cents += other.cents;
+    return *this;
+  }
+  Money& operator-=(const Money& other) {
+    cents -= other.cents;
+    return *this;
+  }
+  friend bool operator<(const Money& a, const Money& b) { return a.cents < b.cents; }
+  friend bool operator>(const Money& a, const Money& b) { return a.cents > b.cents; }
+};
+
+TEST(VeltoLinkListBasedFiniteCostCache, acceptsACostThatIsNotTriviallyCopyable) {
+  using MoneyCache = VeltoLinkListBasedFiniteCostCache<int, int, Money>;
+  auto cache = MoneyCache::create([](int key) -> VeltoResult<MoneyCache::CostedItem> { return MoneyCache::CostedItem(Money(key), key); },
+                                  Money(10));
+  for (int key : {4, 4, 5, 3}) ASSERT_TRUE(cache->get(key));
+  EXPECT_EQ(cache->totalCost().cents, 8);
+  EXPECT_EQ(cache->count(), 2u);
+}
+
 // Threads mix single and set gets while another reads count and totalCost without the lock.
 TEST(VeltoLinkListBasedFiniteCostCache, serialisesProducersAcrossThreads) {
   std::atomic<int> inside{0};

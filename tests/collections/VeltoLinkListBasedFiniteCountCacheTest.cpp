@@ -338,6 +338,14 @@ TEST(VeltoLinkListBasedFiniteCountCache, serialisesProducersAcrossThreads) {
   EXPECT_GE(produced.load(), 16);
 }
 
+// A million cached entries are released without recursing down the recency chain.
+TEST(VeltoLinkListBasedFiniteCountCache, releasesAMillionEntries) {
+  auto cache = IntCache::create([](int key) -> VeltoResult<int> { return key; }, 1'000'000);
+  for (int key = 0; key < 1'000'000; ++key) ASSERT_TRUE(cache->get(key));
+  EXPECT_EQ(cache->count(), 1'000'000u);
+  cache.reset();
+}
+
 TEST(VeltoLinkListBasedFiniteCountCacheDeathTest, aProducerCallingBackIntoItsCacheStops) {
   EXPECT_DEATH(
       {
