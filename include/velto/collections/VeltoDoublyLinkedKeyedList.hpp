@@ -197,13 +197,18 @@ class VeltoDoublyLinkedKeyedList : public std::enable_shared_from_this<VeltoDoub
           {{"node", node}, {"previous", previous}, {"tailNode", tailNode_}}, nullptr,
           VELTO_SITE(velto::detail::kDoublyLinkedKeyedListFile, "promoteToHead(node:)"));
     }
-    NodePtr head = headNode_;
-    node->tailward_ = head;
+    // The former head moves under the node instead of being copied, and when the tail slot holds
+    // this very node its reference moves to the head slot: fewer reference count round trips.
+    node->tailward_ = std::move(headNode_);
     node->headward_.reset();
     previous->tailward_.reset();
-    if (head) head->headward_ = node;
+    if (node->tailward_) node->tailward_->headward_ = node;
+    if (tailNode_ == node) {
+      headNode_ = std::move(tailNode_);
+    } else {
+      headNode_ = node;
+    }
     tailNode_ = std::move(previous);
-    headNode_ = node;
     return VeltoResultVoidSuccess;
   }
 
