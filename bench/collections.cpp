@@ -134,3 +134,164 @@ VELTO_BENCH_RATIO(BM_VeltoSortedArrayInsert/1000, BM_StdUpperBoundInsert/1000, "
 VELTO_BENCH_RATIO(BM_VeltoSortedArrayInsert/10000, BM_StdUpperBoundInsert/10000,
                   "sorted array insert, 10,000 keys (report)");
 // ==== End of sorted array =====================================================================
+
+// ==== Link-list-based caches ==================================================================
+// The count cache beside a textbook LRU (std::list plus std::unordered_map of list iterators,
+// one std::mutex), both get-or-produce with a std::function producer: hits on random resident
+// keys, and misses that each evict the least recently used entry. A bare
+// std::unordered_map::find is reported as the floor under both. This section is
+// self-contained (its own includes and namespace).
+#include <velto/collections/VeltoLinkListBasedFiniteCountCache.hpp>
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <random>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "support/BenchMain.hpp"
+
+namespace {
+
+constexpr std::size_t kCacheCapacity = 1024;
+constexpr std::size_t kCacheKeyCount = 1 << 16;  // random keys cycled through by masking
+
+// What a user writes instead: the classic LRU, returning the item by value.
+class TextbookLru {
+ public:
+  TextbookLru(std::function<int(int)> producer, std::size_t capacity) : producer_(std::move(producer)), capacity_(capacity) {}
+
+  int get(int key) {
+    std::lock_guard guard(mutex_);
+    if (const auto found = index_.find(key); found != index_.end()) {
+      recency_.splice(recency_.begin(), recency_, found->second);
+      return found->second->second;
+    }
+    const int item = producer_(key);
+    recency_.emplace_front(key, item);
+    index_.emplace(key, recency_.begin());
+    if (recency_.size() > capacity_) {
+      index_.erase(recency_.back().first);
+      recency_.pop_back();
+    }
+    return item;
+  }
+
+ private:
+  std::function<int(int)> producer_;
+  std::size_t capacity_;
+  std::list<std::pair<int, int>> recency_;
+  std::unordered_map<int, std::list<std::pair<int, int>>::iterator> index_;
+  std::mutex mutex_;
+};
+
+const std::vector<int>& residentKeys() {
+  static const std::vector<int> keys = [] {
+    std::mt19937 random(7);
+    std::vector<int> keys(kCacheKeyCount);
+    for (int& key : keys) key = static_cast<int>(random() % kCacheCapacity);
+    return keys;
+  }();
+  return keys;
+}
+
+using CountCache = VeltoLinkListBasedFiniteCountCache<int, int>;
+
+// Hits only: every key of 0..1023 is resident; the hit moves a random entry to the head.
+void BM_VeltoCountCacheHit(benchmark::State& state) {
+  auto cache = CountCache::create([](int key) -> VeltoResult<int> { return key * 2; }, kCacheCapacity);
+  for (int key = 0; key < static_cast<int>(kCacheCapacity); ++key) (void)cache->get(key);
+  const auto& keys = residentKeys();
+  std::size_t next = 0;
+  std::size_t failures = 0;
+  for (auto _ : state) {
+    auto item = cache->get(keys[next++ & (kCacheKeyCount - 1)]);
+    failures += item.isFailure() ? 1 : 0;
+    benchmark::DoNotOptimize(item);
+  }
+  state.counters["failures"] = static_cast<double>(failures);
+}
+BENCHMARK(BM_VeltoCountCacheHit);
+
+void BM_TextbookLruHit(benchmark::State& state) {
+  TextbookLru cache([](int key) { return key * 2; }, kCacheCapacity);
+  for (int key = 0; key < static_cast<int>(kCacheCapacity); ++key) (void)cache.get(key);
+  const auto& keys = residentKeys();
+  std::size_t next = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(cache.get(keys[next++ & (kCacheKeyCount - 1)]));
+}
+BENCHMARK(BM_TextbookLruHit);
+
+// The floor: the same lookups in a bare hash map, no lock, no recency.
+void BM_UnorderedMapFindHit(benchmark::State& state) {
+  std::unordered_map<int, int> map;
+  for (int key = 0; key < static_cast<int>(kCacheCapacity); ++key) map.emplace(key, key * 2);
+  const auto& keys = residentKeys();
+  std::size_t next = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(map.find(keys[next++ & (kCacheKeyCount - 1)])->second);
+}
+BENCHMARK(BM_UnorderedMapFindHit);
+
+// Hits that cycle through the resident keys in insertion order: each get hits the least
+// recently used entry, so every hit relinks the tail to the head and the recency list stays
+// whole (random hits, above, strand former heads without back links and then cost less).
+void BM_VeltoCountCacheHitCycling(benchmark::State& state) {
+  auto cache = CountCache::create([](int key) -> VeltoResult<int> { return key * 2; }, kCacheCapacity);
+  for (int key = 0; key < static_cast<int>(kCacheCapacity); ++key) (void)cache->get(key);
+  std::size_t next = 0;
+  std::size_t failures = 0;
+  for (auto _ : state) {
+    auto item = cache->get(static_cast<int>(next++ & (kCacheCapacity - 1)));
+    failures += item.isFailure() ? 1 : 0;
+    benchmark::DoNotOptimize(item);
+  }
+  state.counters["failures"] = static_cast<double>(failures);
+}
+BENCHMARK(BM_VeltoCountCacheHitCycling);
+
+void BM_TextbookLruHitCycling(benchmark::State& state) {
+  TextbookLru cache([](int key) { return key * 2; }, kCacheCapacity);
+  for (int key = 0; key < static_cast<int>(kCacheCapacity); ++key) (void)cache.get(key);
+  std::size_t next = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(cache.get(static_cast<int>(next++ & (kCacheCapacity - 1))));
+}
+BENCHMARK(BM_TextbookLruHitCycling);
+
+// Misses only, each with a key never seen before, so every get produces, stores and evicts the
+// tail (no hit ever promotes an interior entry, which would end the run with "No tail to remove").
+void BM_VeltoCountCacheMissEvicting(benchmark::State& state) {
+  auto cache = CountCache::create([](int key) -> VeltoResult<int> { return key * 2; }, kCacheCapacity);
+  int key = 0;
+  for (; key < static_cast<int>(kCacheCapacity); ++key) (void)cache->get(key);
+  std::size_t failures = 0;
+  for (auto _ : state) {
+    auto item = cache->get(key++);
+    failures += item.isFailure() ? 1 : 0;
+    benchmark::DoNotOptimize(item);
+  }
+  state.counters["failures"] = static_cast<double>(failures);
+}
+BENCHMARK(BM_VeltoCountCacheMissEvicting);
+
+void BM_TextbookLruMissEvicting(benchmark::State& state) {
+  TextbookLru cache([](int key) { return key * 2; }, kCacheCapacity);
+  int key = 0;
+  for (; key < static_cast<int>(kCacheCapacity); ++key) (void)cache.get(key);
+  for (auto _ : state) benchmark::DoNotOptimize(cache.get(key++));
+}
+BENCHMARK(BM_TextbookLruMissEvicting);
+
+}  // namespace
+
+VELTO_BENCH_RATIO(BM_VeltoCountCacheHit, BM_TextbookLruHit, "count cache hit vs textbook LRU + mutex (target <= 1)");
+VELTO_BENCH_RATIO(BM_VeltoCountCacheHitCycling, BM_TextbookLruHitCycling,
+                  "count cache hit on the tail (whole relink) vs textbook LRU + mutex (target <= 1)");
+VELTO_BENCH_RATIO(BM_UnorderedMapFindHit, BM_TextbookLruHit, "bare unordered_map::find vs textbook LRU hit (floor, report)");
+VELTO_BENCH_RATIO(BM_VeltoCountCacheMissEvicting, BM_TextbookLruMissEvicting,
+                  "count cache miss with eviction vs textbook LRU + mutex (target <= 1)");
+// ==== End of link-list-based caches ===========================================================

@@ -1,0 +1,359 @@
+#include <velto/collections/VeltoLinkListBasedFiniteCountCache.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <list>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/FrameNames.hpp"
+#include "support/KeyedListModel.hpp"
+
+namespace {
+
+using velto::test::functionNames;
+using velto::test::KeyedListModel;
+using Outcome = KeyedListModel::Outcome;
+
+const VeltoArgs& argsOf(const VeltoError& error, std::size_t frame) {
+  static const VeltoArgs empty;
+  const VeltoArgs* args = error.stackFrames().at(frame).args().get<VeltoArgs>();
+  return args != nullptr ? *args : empty;
+}
+
+std::vector<std::string> argNames(const VeltoError& error, std::size_t frame) {
+  std::vector<std::string> names;
+  for (const auto& [name, value] : argsOf(error, frame)) names.push_back(name);
+  return names;
+}
+
+template <class T>
+const T* arg(const VeltoError& error, std::string_view name, std::size_t frame) {
+  const VeltoAny* value = argsOf(error, frame).find(name);
+  return value != nullptr ? value->get<T>() : nullptr;
+}
+
+// A producer that counts its calls per key and returns "<key>#<call number>", so a test can
+// tell a stored item from a fresh one; it fails for keys in `failing`.
+struct Producer {
+  std::map<std::string, int> calls;
+  std::set<std::string> failing;
+  VeltoResult<std::string> operator()(const std::string& key) {
+    const int call = ++calls[key];
+    if (failing.contains(key)) return VeltoResult<std::string>::fromMessage("Cannot produce", {{"key", key}});
+    return key + "#" + std::to_string(call);
+  }
+};
+
+using Cache = VeltoLinkListBasedFiniteCountCache<std::string, std::string>;
+
+std::shared_ptr<Cache> makeCache(Producer& producer, std::size_t limit) {
+  return Cache::create([&producer](const std::string& key) { return producer(key); }, limit);
+}
+
+std::set<std::string> keysOf(Cache& cache) {
+  const auto keys = cache.keys();
+  return {keys.begin(), keys.end()};
+}
+
+TEST(VeltoLinkListBasedFiniteCountCache, evictsTheLeastRecentlyUsed) {
+  Producer producer;
+  auto cache = makeCache(producer, 2);
+  for (const char* key : {"A", "B", "A", "C"}) ASSERT_TRUE(cache->get(key)) << key;
+  EXPECT_EQ(keysOf(*cache), (std::set<std::string>{"A", "C"}));
+  EXPECT_EQ(cache->count(), 2u);
+  EXPECT_EQ(cache->maxItemCount(), 2u);
+  EXPECT_EQ(producer.calls["A"], 1);
+}
+
+TEST(VeltoLinkListBasedFiniteCountCache, aHitReturnsTheFirstItemWithoutProducing) {
+  Producer producer;
+  auto cache = makeCache(producer, 4);
+  EXPECT_EQ(cache->get("A").value(), "A#1");
+  EXPECT_EQ(cache->get("B").value(), "B#1");
+  EXPECT_EQ(cache->get("A").value(), "A#1");
+  EXPECT_EQ(producer.calls["A"], 1);
+}
+
+TEST(VeltoLinkListBasedFiniteCountCache, limitZeroProducesEveryTimeAndKeepsNothing) {
+  Producer producer;
+  auto cache = makeCache(producer, 0);
+  EXPECT_EQ(cache->get("A").value(), "A#1");
+  EXPECT_EQ(cache->get("A").value(), "A#2");
+  EXPECT_EQ(cache->count(), 0u);
+  EXPECT_TRUE(cache->keys().empty());
+}
+
+TEST(VeltoLinkListBasedFiniteCountCache, aProducerFailureIsWrappedTwiceAndStoresNothing) {
+  Producer producer;
+  producer.failing = {"X"};
+  auto cache = makeCache(producer, 2);
+  ASSERT_TRUE(cache->get("A"));
+  auto failed = cache->get("X");
+  ASSERT_TRUE(failed.isFailure());
+  const VeltoError& error = failed.error();
+  EXPECT_EQ(error.message(), "Cannot produce");
+  EXPECT_EQ(functionNames(error.stackFrames()),
+            (std::vector<std::string_view>{"operator()", "get(key:)", "protected(_:)", "get(key:)"}));
+  EXPECT_EQ(error.stackFrames()[1].codeSite().fileName(), "Data Structures/VeltoLinkListBasedFiniteCountCache");
+  EXPECT_EQ(argNames(error, 1), std::vector<std::string>{"key"});
+  EXPECT_EQ(*arg<std::string>(error, "key", 3), "X");
+  EXPECT_EQ(cache->count(), 1u);
+  EXPECT_EQ(keysOf(*cache), std::set<std::string>{"A"});
+}
+
+// Kept on purpose: the hit on B (interior) leaves C without a back link; once C is evicted the
+// list has no tail, and the next eviction fails while F stays cached.
+TEST(VeltoLinkListBasedFiniteCountCache, anInteriorHitLeadsToNoTailToRemove) {
+  Producer producer;
+  auto cache = makeCache(producer, 3);
+  for (const char* key : {"A", "B", "C", "B", "D", "E"}) ASSERT_TRUE(cache->get(key)) << key;
+  EXPECT_EQ(keysOf(*cache), (std::set<std::string>{"B", "D", "E"}));
+  auto failed = cache->get("F");
+  ASSERT_TRUE(failed.isFailure());
+  const VeltoError& error = failed.error();
+  EXPECT_EQ(error.message(), "No tail to remove");
+  EXPECT_EQ(functionNames(error.stackFrames()),
+            (std::vector<std::string_view>{"removeTail()", "get(key:)", "protected(_:)", "get(key:)"}));
+  EXPECT_EQ(argNames(error, 1), (std::vector<std::string>{"key", "newNode"}));
+  EXPECT_EQ((*arg<std::shared_ptr<Cache::Node>>(error, "newNode", 1))->item(), "F#1");
+  EXPECT_EQ(argNames(error, 3), std::vector<std::string>{"key"});
+  EXPECT_EQ(cache->count(), 4u);
+  EXPECT_EQ(keysOf(*cache), (std::set<std::string>{"B", "D", "E", "F"}));
+  EXPECT_EQ(cache->get("F").value(), "F#1");  // a hit still works
+}
+
+TEST(VeltoLinkListBasedFiniteCountCache, mapVisitsEveryEntryWithItsNode) {
+  Producer producer;
+  auto cache = makeCache(producer, 3);
+  for (const char* key : {"A", "B", "C"}) ASSERT_TRUE(cache->get(key));
+  auto pairs = cache->map([](const std::string& key, const std::shared_ptr<Cache::Node>& node) { return key + "=" + node->item(); });
+  std::multiset<std::string> seen(pairs.begin(), pairs.end());
+  EXPECT_EQ(seen, (std::multiset<std::string>{"A=A#1", "B=B#1", "C=C#1"}));
+}
+
+// The cache's rules over index-based nodes, on the list model: what a get must return and
+// leave behind, quirk included.
+struct CountCacheModel {
+  KeyedListModel list;
+  std::map<int, int> idsByKey;
+  std::size_t count = 0;
+  std::size_t limit;
+  explicit CountCacheModel(std::size_t limit) : limit(limit) {}
+
+  // {innermost failure message or "", item, whether the producer ran}
+  struct Get {
+    std::string message;
+    int item = -1;
+    bool produced = false;
+  };
+  Get get(int key, int newItem, bool producerFails) {
+    if (const auto found = idsByKey.find(key); found != idsByKey.end()) {
+      const Outcome outcome = list.promoteToHead(found->second);
+      if (outcome != Outcome::ok) return {velto::test::messageOf(outcome)};
+      return {"", list.nodes[static_cast<std::size_t>(found->second)].item};
+    }
+    if (producerFails) return {"Cannot produce", -1, true};
+    idsByKey[key] = list.addToHead(key, newItem);
+    ++count;
+    while (count > limit) {
+      const auto [outcome, removed] = list.removeTail();
+      if (outcome != Outcome::ok) return {velto::test::messageOf(outcome), -1, true};
+      idsByKey.erase(list.key(removed));
+      --count;
+    }
+    return {"", newItem, true};
+  }
+};
+
+struct IntProducer {
+  int produced = 0;
+  bool failNext = false;
+  VeltoResult<int> operator()(int key) {
+    ++produced;
+    if (failNext) return VeltoResult<int>::fromMessage("Cannot produce", {{"key", key}});
+    return key * 100'000 + produced;
+  }
+};
+
+using IntCache = VeltoLinkListBasedFiniteCountCache<int, int>;
+
+// Every entry of the cache against the model: key, item, and the keys of both neighbours.
+void expectSameAsModel(IntCache& cache, const CountCacheModel& model, const std::string& where) {
+  ASSERT_EQ(cache.count(), model.count) << where;
+  struct Seen {
+    int item;
+    int tailwardKey;
+    int headwardKey;
+  };
+  const auto keyOr = [](const std::shared_ptr<IntCache::Node>& node) { return node ? node->key() : -1; };
+  auto seen = cache.map([&](int key, const std::shared_ptr<IntCache::Node>& node) {
+    EXPECT_EQ(node->key(), key) << where;
+    return std::pair<int, Seen>(key, {node->item(), keyOr(node->tailward()), keyOr(node->headward())});
+  });
+  ASSERT_EQ(seen.size(), model.idsByKey.size()) << where;
+  ASSERT_EQ(seen.size(), model.count) << where << ": count and map disagree";
+  for (const auto& [key, entry] : seen) {
+    const auto found = model.idsByKey.find(key);
+    ASSERT_NE(found, model.idsByKey.end()) << where << " key " << key;
+    const auto& node = model.list.nodes[static_cast<std::size_t>(found->second)];
+    const auto modelKey = [&](int id) { return id == KeyedListModel::none ? -1 : model.list.key(id); };
+    ASSERT_EQ(entry.item, node.item) << where << " key " << key;
+    ASSERT_EQ(entry.tailwardKey, modelKey(node.tailward)) << where << " key " << key;
+    ASSERT_EQ(entry.headwardKey, modelKey(node.headward)) << where << " key " << key;
+  }
+}
+
+// 10,000 random gets per run against the model: items, producer calls, failures (the quirk's
+// "No tail to remove" included, predicted exactly) and every link checked after every get.
+TEST(VeltoLinkListBasedFiniteCountCache, followsTheModelOverRandomGets) {
+  struct Run {
+    unsigned seed;
+    int keyRange;
+    std::size_t limit;
+  };
+  std::map<std::string, int> seen;
+  for (const Run run : {Run{1, 12, 5}, Run{2, 40, 30}, Run{3, 6, 1}, Run{4, 3, 0}, Run{5, 200, 150}}) {
+    std::mt19937 random(run.seed);
+    IntProducer producer;
+    auto cache = IntCache::create([&producer](int key) { return producer(key); }, run.limit);
+    CountCacheModel model(run.limit);
+    for (int step = 0; step < 10'000; ++step) {
+      const int key = static_cast<int>(random() % static_cast<unsigned>(run.keyRange));
+      producer.failNext = random() % 20 == 0;
+      const int producedBefore = producer.produced;
+      const auto expected = model.get(key, key * 100'000 + producedBefore + 1, producer.failNext);
+      auto result = cache->get(key);
+      const std::string where = "seed " + std::to_string(run.seed) + " step " + std::to_string(step);
+      ASSERT_EQ(result ? std::string() : result.error().message(), expected.message) << where;
+      if (result) {
+        ASSERT_EQ(result.value(), expected.item) << where;
+      }
+      ASSERT_EQ(producer.produced - producedBefore, expected.produced ? 1 : 0) << where;
+      ++seen[expected.message];
+      expectSameAsModel(*cache, model, where);
+      if (::testing::Test::HasFatalFailure()) return;
+    }
+  }
+  EXPECT_GT(seen["No tail to remove"], 0);
+  EXPECT_GT(seen["Cannot produce"], 0);
+}
+
+// A sequence that never hits an interior entry (only the most and least recently used ones, or
+// misses) must behave as a textbook LRU cache: this checks eviction order independently of the
+// list model.
+TEST(VeltoLinkListBasedFiniteCountCache, matchesATextbookLruWhenHitsAreAtTheEnds) {
+  for (const std::size_t limit : {1u, 2u, 7u, 64u}) {
+    std::mt19937 random(static_cast<unsigned>(limit));
+    IntProducer producer;
+    auto cache = IntCache::create([&producer](int key) { return producer(key); }, limit);
+    std::list<int> recency;  // most recent first
+    std::map<int, int> items;
+    int nextKey = 0;
+    std::vector<int> evicted;
+    for (int step = 0; step < 10'000; ++step) {
+      const unsigned choice = random() % 4;
+      int key;
+      if (choice == 0 && !recency.empty()) key = recency.front();
+      else if (choice == 1 && !recency.empty()) key = recency.back();
+      else if (choice == 2 && !evicted.empty()) key = evicted[random() % evicted.size()];
+      else key = nextKey++;
+      if (choice == 2 && items.contains(key) && key != recency.front() && key != recency.back()) key = nextKey++;
+      const bool hit = items.contains(key);
+      const int producedBefore = producer.produced;
+      auto result = cache->get(key);
+      ASSERT_TRUE(result) << result.error().message() << " limit " << limit << " step " << step;
+      if (hit) {
+        ASSERT_EQ(result.value(), items[key]);
+        recency.remove(key);
+      } else {
+        items[key] = result.value();
+      }
+      ASSERT_EQ(producer.produced - producedBefore, hit ? 0 : 1);
+      recency.push_front(key);
+      while (recency.size() > limit) {
+        evicted.push_back(recency.back());
+        items.erase(recency.back());
+        recency.pop_back();
+      }
+      const auto keys = cache->keys();
+      ASSERT_EQ(std::set<int>(keys.begin(), keys.end()), std::set<int>(recency.begin(), recency.end()))
+          << "limit " << limit << " step " << step;
+      ASSERT_EQ(cache->count(), recency.size());
+    }
+  }
+}
+
+// Threads hammer one cache; the producer notices any overlap with another producer call, and
+// `count` is read without the lock meanwhile. Run under ThreadSanitizer.
+TEST(VeltoLinkListBasedFiniteCountCache, serialisesProducersAcrossThreads) {
+  std::atomic<int> inside{0};
+  std::atomic<bool> overlapped{false};
+  std::atomic<int> produced{0};
+  auto cache = VeltoLinkListBasedFiniteCountCache<int, std::string>::create(
+      [&](int key) -> VeltoResult<std::string> {
+        if (inside.fetch_add(1) != 0) overlapped = true;
+        std::string item(64, static_cast<char>('a' + key % 26));  // some work while "inside"
+        produced.fetch_add(1);
+        if (inside.fetch_sub(1) != 1) overlapped = true;
+        return item;
+      },
+      16);
+  constexpr int kThreads = 4;
+  std::latch start(kThreads + 1);
+  std::atomic<bool> done{false};
+  std::vector<std::thread> threads;
+  std::atomic<int> failures{0};
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      std::mt19937 random(static_cast<unsigned>(t));
+      start.arrive_and_wait();
+      for (int i = 0; i < 5'000; ++i) {
+        const int key = static_cast<int>(random() % 24);
+        auto item = cache->get(key);
+        if (!item) {
+          failures.fetch_add(1);  // the deliberate "No tail to remove" once the list has lost its tail
+        } else if (item.value() != std::string(64, static_cast<char>('a' + key % 26))) {
+          overlapped = true;
+        }
+      }
+    });
+  }
+  std::size_t maxSeen = 0;
+  std::thread reader([&] {
+    start.arrive_and_wait();
+    while (!done.load()) maxSeen = std::max(maxSeen, cache->count());
+  });
+  for (auto& thread : threads) thread.join();
+  done = true;
+  reader.join();
+  EXPECT_FALSE(overlapped.load());
+  EXPECT_EQ(cache->count(), cache->keys().size());
+  EXPECT_GE(produced.load(), 16);
+}
+
+// A million cached entries are released without recursing down the recency chain.
+TEST(VeltoLinkListBasedFiniteCountCache, releasesAMillionEntries) {
+  auto cache = IntCache::create([](int key) -> VeltoResult<int> { return key; }, 1'000'000);
+  for (int key = 0; key < 1'000'000; ++key) ASSERT_TRUE(cache->get(key));
+  EXPECT_EQ(cache->count(), 1'000'000u);
+  cache.reset();
+}
+
+TEST(VeltoLinkListBasedFiniteCountCacheDeathTest, aProducerCallingBackIntoItsCacheStops) {
+  EXPECT_DEATH(
+      {
+        std::shared_ptr<IntCache> cache;
+        cache = IntCache::create([&cache](int key) -> VeltoResult<int> { return cache->get(key + 1); }, 4);
+        (void)cache->get(1);
+      },
+      "");
+}
+
+}  // namespace
