@@ -16,7 +16,7 @@ cmake --preset asan >/dev/null
 cmake --build --preset asan
 ctest --preset asan
 
-CONCURRENCY_SUITES="core;dispatch;concurrency;encoding;messaging;collections;text;networking"
+CONCURRENCY_SUITES="core;detail;dispatch;concurrency;encoding;messaging;collections;text;networking"
 cmake --preset tsan -DVELTO_TEST_SUITES="$CONCURRENCY_SUITES" >/dev/null
 cmake --build --preset tsan
 ctest --preset tsan

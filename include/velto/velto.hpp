@@ -3,6 +3,9 @@
 #pragma once
 
 #include "velto/collections/VeltoCircularBuffer.hpp"
+#include "velto/collections/VeltoDoublyLinkedKeyedList.hpp"
+#include "velto/collections/VeltoLinkListBasedFiniteCostCache.hpp"
+#include "velto/collections/VeltoLinkListBasedFiniteCountCache.hpp"
 #include "velto/collections/VeltoSetToggleResult.hpp"
 #include "velto/collections/VeltoSortedArray.hpp"
 #include "velto/concurrency/VeltoAutoreleasePool.hpp"
