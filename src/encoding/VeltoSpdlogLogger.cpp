@@ -14,9 +14,7 @@ namespace {
 
 // The logging options on one line: a record is one line in every sink.
 const VeltoDynamicDebugEncoderOptions& compactOptions() {
-  static const VeltoDynamicDebugEncoderOptions options = VeltoDynamicDebugEncoderOptions::forLogging().replacing(
-      VeltoOverride<VeltoDynamicDebugEncoderOptions::DataContentsBehaviour>::noOverride(), std::nullopt, std::nullopt,
-      std::nullopt, std::nullopt, std::nullopt, std::nullopt, /*prettyPrint=*/false);
+  static const VeltoDynamicDebugEncoderOptions options = VeltoDynamicDebugEncoderOptions::forLogging().withPrettyPrint(false);
   return options;
 }
 
