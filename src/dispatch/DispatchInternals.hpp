@@ -57,7 +57,8 @@ class SerialDispatchQueue final : public VeltoDispatchQueue {
   SerialDispatchQueue(std::string label, VeltoQualityOfService qualityOfService, bool isMain);
 
   /// Claims the queue if it is scheduled (a stale call does nothing) and runs its work until it
-  /// is empty, a waiting `sync` caller's turn comes, or `budget` batches have run.
+  /// is empty, a waiting `sync` caller's turn comes, or `budget` items have run
+  /// (then lets go: to the first waiting `sync` caller, else back onto the pool).
   void drain(std::size_t budget);
 
  private:
@@ -73,6 +74,7 @@ class SerialDispatchQueue final : public VeltoDispatchQueue {
   void runSync(velto::detail::WorkRef work) override;
   void runSyncOnMainThread(velto::detail::WorkRef work);
   void runSyncFromOtherThread(velto::detail::WorkRef work);
+  void waitForTurn();
   Stop runOwned(const Waiter* self, std::size_t budget);
   void schedule();
   void release();

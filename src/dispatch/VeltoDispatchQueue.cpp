@@ -129,7 +129,7 @@ void SerialDispatchQueue::drain(std::size_t budget) {
 
 SerialDispatchQueue::Stop SerialDispatchQueue::runOwned(const Waiter* self, std::size_t budget) {
   QueueFrameScope frame(this);
-  std::size_t batches = 0;
+  std::size_t ran = 0;
   try {
     for (;;) {
       {
@@ -138,7 +138,7 @@ SerialDispatchQueue::Stop SerialDispatchQueue::runOwned(const Waiter* self, std:
           state_ = State::idle;
           return Stop::letGo;
         }
-        if (batches < budget) std::swap(pending_, batch_);
+        if (ran < budget) std::swap(pending_, batch_);
       }
       if (batch_.empty()) {  // budget spent: let other queues have the thread
         release();
@@ -172,7 +172,7 @@ SerialDispatchQueue::Stop SerialDispatchQueue::runOwned(const Waiter* self, std:
         waiter->wake(true);
         return Stop::handedOver;
       }
-      ++batches;
+      ran += batch_.size();
       batch_.clear();
     }
   } catch (...) {
@@ -274,34 +274,43 @@ void SerialDispatchQueue::runSyncOnMainThread(WorkRef work) {
 }
 
 void SerialDispatchQueue::runSyncFromOtherThread(WorkRef work) {
-  Waiter waiter;
-  bool ownTurn = false;
-  bool claimed = false;
+  bool idle = false;
   {
     FutexLockGuard guard(lock_, kLockOwner);
-    if (state_ == State::idle) {
-      state_ = State::running;
-      ownTurn = true;
-    } else {
-      pending_.push_back(Item{nullptr, &waiter});
-      ++waiters_;
-      // Scheduled means waiting for a pool thread that may never come free (every pool thread
-      // may be blocked in `sync` like this one): run the work ahead of this call here instead.
-      claimed = state_ == State::scheduled;
-      if (claimed) state_ = State::running;
-    }
+    idle = state_ == State::idle;
+    if (idle) state_ = State::running;
   }
-  while (!ownTurn) {
-    if (!claimed && waiter.wait()) break;  // handed over with the item already off the line
-    claimed = false;
-    ownTurn = runOwned(&waiter, std::numeric_limits<std::size_t>::max()) == Stop::ownTurn;
-  }
+  if (!idle) waitForTurn();
   struct Release {
     SerialDispatchQueue* queue;
     ~Release() { queue->release(); }
   } releaseOnExit{this};
   QueueFrameScope frame(this);
   work();
+}
+
+// Out of line so the idle path of `sync` builds no waiter.
+void SerialDispatchQueue::waitForTurn() {
+  Waiter waiter;
+  bool claimed = false;
+  {
+    FutexLockGuard guard(lock_, kLockOwner);
+    if (state_ == State::idle) {  // let go since the first look
+      state_ = State::running;
+      return;
+    }
+    pending_.push_back(Item{nullptr, &waiter});
+    ++waiters_;
+    // Scheduled means waiting for a pool thread that may never come free (every pool thread
+    // may be blocked in `sync` like this one): run the work ahead of this call here instead.
+    claimed = state_ == State::scheduled;
+    if (claimed) state_ = State::running;
+  }
+  for (;;) {
+    if (!claimed && waiter.wait()) return;  // handed over with the item already off the line
+    claimed = false;
+    if (runOwned(&waiter, std::numeric_limits<std::size_t>::max()) == Stop::ownTurn) return;
+  }
 }
 
 MainLoop& MainLoop::shared() {
