@@ -57,7 +57,9 @@ class WorkRef {
 /// in order, with that queue current (so such earlier `async` work may run on a thread that
 /// later called `sync`, even on the thread that submitted it); when the queue is let go with a
 /// `sync` caller in line, it passes straight to that caller. Cost: no thread is ever added; a
-/// `sync` caller may spend its wait running the target's earlier work instead of sleeping.
+/// `sync` caller may spend its wait running the target's earlier work instead of sleeping, at
+/// most the items queued ahead of it, and a chain of such hops nests on the caller's stack (one
+/// level per queue in the chain).
 ///
 /// Lifetime: pending work keeps its queue alive; releasing the last outside holder of a serial
 /// queue with work pending still runs that work, in order, and the queue ends after it. Work
