@@ -8,6 +8,7 @@
 
 #include <malloc.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <fstream>
@@ -150,6 +151,103 @@ void BM_StdMutexLockUnlock(benchmark::State& state) {
 BENCHMARK(BM_StdMutexLockUnlock)->Repetitions(5);
 VELTO_BENCH_RATIO(BM_VeltoSerialQueueSync, BM_AsioStrandSyncPromise, "sync round trip, idle queue (target <= 0.01)");
 VELTO_BENCH_RATIO(BM_VeltoSerialQueueSync, BM_StdMutexLockUnlock, "sync round trip vs bare lock/unlock (report)");
+
+// A hop from work on one serial queue onto another: `a`'s work (inline, `a` is idle) syncs onto
+// `b`. Idle: nobody else uses `b`. Contended: two threads keep up to 64 closures each posted to
+// `b`, so the hop usually waits for `b`'s earlier work.
+class Posters {
+ public:
+  template <class Post>
+  explicit Posters(Post post) {
+    for (int i = 0; i < 2; ++i) {
+      threads_.emplace_back([this, post] {
+        while (!stop_.load(std::memory_order_relaxed)) {
+          if (inFlight_.load(std::memory_order_relaxed) >= 128) {
+            std::this_thread::yield();
+            continue;
+          }
+          inFlight_.fetch_add(1, std::memory_order_relaxed);
+          post([this] { inFlight_.fetch_sub(1, std::memory_order_relaxed); });
+        }
+      });
+    }
+  }
+  ~Posters() {
+    stop_ = true;
+    for (auto& thread : threads_) thread.join();
+    while (inFlight_.load() != 0) std::this_thread::yield();
+  }
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::atomic<int> inFlight_{0};
+  std::vector<std::thread> threads_;
+};
+
+void BM_VeltoSyncHopIdle(benchmark::State& state) {
+  auto a = VeltoDispatchQueue::createSerial("bench.hop.a");
+  auto b = VeltoDispatchQueue::createSerial("bench.hop.b");
+  int value = 0;
+  for (auto _ : state) {
+    a->sync([&] { b->sync([&] { ++value; }); });
+  }
+  benchmark::DoNotOptimize(value);
+}
+BENCHMARK(BM_VeltoSyncHopIdle)->Repetitions(5);
+
+// The strand version must post and wait: a strand cannot run a handler on the caller's thread.
+void asioHop(asio::strand<asio::thread_pool::executor_type>& a, asio::strand<asio::thread_pool::executor_type>& b,
+             int& value) {
+  std::promise<void> done;
+  asio::post(a, [&] {
+    std::promise<void> inner;
+    asio::post(b, [&] {
+      ++value;
+      inner.set_value();
+    });
+    inner.get_future().wait();
+    done.set_value();
+  });
+  done.get_future().wait();
+}
+
+void BM_AsioStrandHopIdle(benchmark::State& state) {
+  auto a = asio::make_strand(asioPool());
+  auto b = asio::make_strand(asioPool());
+  int value = 0;
+  for (auto _ : state) asioHop(a, b, value);
+  benchmark::DoNotOptimize(value);
+}
+BENCHMARK(BM_AsioStrandHopIdle)->Repetitions(5)->UseRealTime();
+VELTO_BENCH_RATIO(BM_VeltoSyncHopIdle, BM_AsioStrandHopIdle, "sync hop queue to queue, idle (report)");
+
+void BM_VeltoSyncHopContended(benchmark::State& state) {
+  auto a = VeltoDispatchQueue::createSerial("bench.hop.a");
+  auto b = VeltoDispatchQueue::createSerial("bench.hop.b");
+  int value = 0;
+  {
+    Posters posters([&](std::function<void()> work) { b->async(std::move(work)); });
+    for (auto _ : state) {
+      a->sync([&] { b->sync([&] { ++value; }); });
+    }
+  }
+  benchmark::DoNotOptimize(value);
+}
+BENCHMARK(BM_VeltoSyncHopContended)->Repetitions(5)->UseRealTime();
+
+void BM_AsioStrandHopContended(benchmark::State& state) {
+  auto a = asio::make_strand(asioPool());
+  auto b = asio::make_strand(asioPool());
+  int value = 0;
+  {
+    Posters posters([&](std::function<void()> work) { asio::post(b, std::move(work)); });
+    for (auto _ : state) asioHop(a, b, value);
+  }
+  benchmark::DoNotOptimize(value);
+}
+BENCHMARK(BM_AsioStrandHopContended)->Repetitions(5)->UseRealTime();
+VELTO_BENCH_RATIO(BM_VeltoSyncHopContended, BM_AsioStrandHopContended,
+                  "sync hop queue to queue, two threads posting to the target (report)");
 
 // The lock around a one-increment section, alone and with two threads fighting for it.
 VeltoUnfairLock unfairLock;

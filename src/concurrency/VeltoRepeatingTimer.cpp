@@ -48,7 +48,17 @@ void VeltoRepeatingTimer::suspend() {
   }
 }
 
+std::shared_ptr<VeltoLogging> VeltoRepeatingTimer::logger() const {
+  return loggerLock_.protected_([this] { return logger_; });
+}
+
+void VeltoRepeatingTimer::setLogger(std::shared_ptr<VeltoLogging> logger) {
+  if (!logger) velto::detail::fatalStop("VeltoRepeatingTimer: logger is null");
+  // The old logger is released outside the lock: its destructor may do anything.
+  loggerLock_.protected_([&] { logger_.swap(logger); });
+}
+
 void VeltoRepeatingTimer::fire(const std::shared_ptr<const VeltoVia>& impetus) {
   const VeltoResult<void> result = handler_(impetus);
-  if (const VeltoError* error = result.errorIfPresent()) logger_->logError(*error, impetus);
+  if (const VeltoError* error = result.errorIfPresent()) logger()->logError(*error, impetus);
 }

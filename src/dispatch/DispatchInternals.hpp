@@ -46,33 +46,44 @@ class QueueFrameScope {
 /// Stops the program: `work` of `queue` threw out of an asynchronous item.
 [[noreturn]] void stopOnEscapedException(const VeltoDispatchQueue& queue) noexcept;
 
-/// A serial queue. Ownership protocol: `owned_` is true while exactly one party (a drain on
-/// the pool, the main thread's drain, or a `sync` caller) runs the queue's work; every item
-/// pushed while it is true is picked up by that party before it lets go.
+/// A serial queue. Ownership protocol: `state_` is `running` while exactly one party (a pool
+/// drain, the main thread's drain, or a `sync` caller) runs the queue's work; `scheduled` while a
+/// pool post (or, for the main queue, the main thread) is due to claim it and nobody runs it yet.
+/// Whoever lets go with work pending hands the queue to the first waiting `sync` caller if there
+/// is one (so a waiter never depends on a free pool thread), else schedules it. A `sync` caller
+/// that finds the queue scheduled claims it and runs the work ahead of its own itself.
 class SerialDispatchQueue final : public VeltoDispatchQueue {
  public:
   SerialDispatchQueue(std::string label, VeltoQualityOfService qualityOfService, bool isMain);
 
-  /// Runs pending work until the queue is empty (then lets go) or `budget` items have run
-  /// (then schedules itself again). REQUIRES: the caller owns the queue.
+  /// Claims the queue if it is scheduled (a stale call does nothing) and runs its work until it
+  /// is empty, a waiting `sync` caller's turn comes, or `budget` items have run
+  /// (then lets go: to the first waiting `sync` caller, else back onto the pool).
   void drain(std::size_t budget);
 
  private:
-  struct Baton;
+  struct Waiter;
   struct Item {
     Work work;
-    Baton* baton = nullptr;  // set for a `sync` caller waiting for its turn
+    Waiter* waiter = nullptr;  // set for a `sync` caller waiting for its turn
   };
+  enum class State : std::uint8_t { idle, scheduled, running };
+  enum class Stop : std::uint8_t { letGo, ownTurn, handedOver };
 
   void submit(Work work) override;
   void runSync(velto::detail::WorkRef work) override;
+  void runSyncOnMainThread(velto::detail::WorkRef work);
+  void runSyncFromOtherThread(velto::detail::WorkRef work);
+  void waitForTurn();
+  Stop runOwned(const Waiter* self, std::size_t budget);
   void schedule();
   void release();
   void acquireAsMainThread();
 
   FutexLock lock_;
-  bool owned_ = false;
+  State state_ = State::idle;
   const bool isMain_;
+  std::size_t waiters_ = 0;  // pending items that are `sync` callers waiting to be handed the queue
   std::vector<Item> pending_;
   std::vector<Item> batch_;  // only touched by the owner
 };

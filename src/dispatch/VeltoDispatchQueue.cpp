@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
+#include <limits>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -65,22 +67,30 @@ void stopOnEscapedException(const VeltoDispatchQueue& queue) noexcept {
   fatalStop("an exception escaped work submitted asynchronously to dispatch queue \"" + queue.label() + "\"");
 }
 
-// A `sync` caller's place in the line: the drain that reaches it hands the queue over and stops.
-// Mutex and condition variable (not an atomic wait) so the waiter may destroy the baton the
-// moment it wakes.
-struct SerialDispatchQueue::Baton {
+// A `sync` caller's place in the line. On a pool queue it is woken when the queue is handed to it
+// (`dequeued` tells whether its own item was already taken off the line); on the main queue the
+// main thread runs `remoteWork` for it and wakes it when that is done. Mutex and condition
+// variable (not an atomic wait) so the waiter may destroy it the moment it wakes.
+struct SerialDispatchQueue::Waiter {
+  const WorkRef* remoteWork = nullptr;
+  std::exception_ptr error;  // thrown by `remoteWork`
   std::mutex mutex;
-  std::condition_variable handedOver;
-  bool done = false;
+  std::condition_variable woken;
+  bool ready = false;
+  bool dequeued = false;
 
-  void handOver() {
+  void wake(bool itemDequeued) {
     std::lock_guard guard(mutex);
-    done = true;
-    handedOver.notify_one();
+    ready = true;
+    dequeued = itemDequeued;
+    woken.notify_one();  // under the mutex: the waiter cannot vanish before this returns
   }
-  void wait() {
+  // Returns whether the waiter's item was already taken off the line.
+  bool wait() {
     std::unique_lock guard(mutex);
-    handedOver.wait(guard, [this] { return done; });
+    woken.wait(guard, [this] { return ready; });
+    ready = false;
+    return dequeued;
   }
 };
 
@@ -92,8 +102,8 @@ void SerialDispatchQueue::submit(Work work) {
   {
     FutexLockGuard guard(lock_, kLockOwner);
     pending_.push_back(Item{std::move(work)});
-    start = !owned_;
-    owned_ = true;
+    start = state_ == State::idle;
+    if (start) state_ = State::scheduled;
   }
   if (start) schedule();
 }
@@ -109,36 +119,58 @@ void SerialDispatchQueue::schedule() {
 }
 
 void SerialDispatchQueue::drain(std::size_t budget) {
+  {
+    FutexLockGuard guard(lock_, kLockOwner);
+    if (state_ != State::scheduled) return;  // a `sync` caller claimed it since it was scheduled
+    state_ = State::running;
+  }
+  if (runOwned(nullptr, budget) == Stop::letGo && isMain_) MainLoop::shared().signal(false);
+}
+
+SerialDispatchQueue::Stop SerialDispatchQueue::runOwned(const Waiter* self, std::size_t budget) {
   QueueFrameScope frame(this);
   std::size_t ran = 0;
   try {
     for (;;) {
       {
         FutexLockGuard guard(lock_, kLockOwner);
-        if (pending_.empty()) {
-          owned_ = false;
-          break;
+        if (pending_.empty()) {  // never for a waiter: its own item is still in line
+          state_ = State::idle;
+          return Stop::letGo;
         }
         if (ran < budget) std::swap(pending_, batch_);
       }
       if (batch_.empty()) {  // budget spent: let other queues have the thread
-        schedule();
-        return;
+        release();
+        return Stop::letGo;
       }
       for (std::size_t i = 0; i < batch_.size(); ++i) {
-        if (Baton* baton = batch_[i].baton) {
-          // Items behind the waiting `sync` go back to the front of the line, then the queue
-          // passes to the waiting thread, which lets go (or reschedules) when it is done.
-          {
-            FutexLockGuard guard(lock_, kLockOwner);
-            pending_.insert(pending_.begin(), std::make_move_iterator(batch_.begin() + static_cast<std::ptrdiff_t>(i) + 1),
-                            std::make_move_iterator(batch_.end()));
-          }
-          batch_.clear();
-          baton->handOver();
-          return;
+        Waiter* waiter = batch_[i].waiter;
+        if (!waiter) {
+          Work(std::move(batch_[i].work))();  // the closure and its captures die right after it runs
+          continue;
         }
-        Work(std::move(batch_[i].work))();  // the closure and its captures die right after it runs
+        if (waiter->remoteWork) {  // main queue: the main thread runs a sync caller's work for it
+          try {
+            (*waiter->remoteWork)();
+          } catch (...) {
+            waiter->error = std::current_exception();
+          }
+          waiter->wake(true);
+          continue;
+        }
+        // A waiting `sync` caller's turn: the items behind it go back to the front of the line and
+        // the queue passes to it; it lets go (or passes the queue on) when its work is done.
+        {
+          FutexLockGuard guard(lock_, kLockOwner);
+          --waiters_;
+          pending_.insert(pending_.begin(), std::make_move_iterator(batch_.begin() + static_cast<std::ptrdiff_t>(i) + 1),
+                          std::make_move_iterator(batch_.end()));
+        }
+        batch_.clear();
+        if (waiter == self) return Stop::ownTurn;
+        waiter->wake(true);
+        return Stop::handedOver;
       }
       ran += batch_.size();
       batch_.clear();
@@ -146,17 +178,34 @@ void SerialDispatchQueue::drain(std::size_t budget) {
   } catch (...) {
     stopOnEscapedException(*this);
   }
-  if (isMain_) MainLoop::shared().signal(false);
 }
 
 void SerialDispatchQueue::release() {
-  bool more = false;
+  Waiter* next = nullptr;
+  bool dequeued = false;
+  bool scheduleAgain = false;
   {
     FutexLockGuard guard(lock_, kLockOwner);
-    more = !pending_.empty();
-    if (!more) owned_ = false;
+    if (pending_.empty()) {
+      state_ = State::idle;
+    } else if (waiters_ > 0) {
+      // The queue stays running and goes to the first waiter, which runs the work ahead of it:
+      // a thread blocked in `sync` must never wait for a free pool thread.
+      auto first = std::find_if(pending_.begin(), pending_.end(), [](const Item& item) { return item.waiter; });
+      next = first->waiter;
+      if (first == pending_.begin()) {
+        pending_.erase(first);
+        --waiters_;
+        dequeued = true;
+      }
+    } else {
+      state_ = State::scheduled;
+      scheduleAgain = true;
+    }
   }
-  if (more) {
+  if (next) {
+    next->wake(dequeued);
+  } else if (scheduleAgain) {
     schedule();
   } else if (isMain_) {
     MainLoop::shared().signal(false);
@@ -175,8 +224,8 @@ void SerialDispatchQueue::acquireAsMainThread() {
     }
     {
       FutexLockGuard guard(lock_, kLockOwner);
-      if (!owned_) {
-        owned_ = true;
+      if (state_ == State::idle) {
+        state_ = State::running;
         return;
       }
     }
@@ -192,28 +241,76 @@ void SerialDispatchQueue::runSync(WorkRef work) {
       fatalStop("sync onto serial queue \"" + label() + "\" from work running on it would deadlock");
     }
   }
-  if (isMain_ && VeltoMainQueue::isMainThread()) {
-    acquireAsMainThread();
+  if (!isMain_) {
+    runSyncFromOtherThread(work);
+  } else if (VeltoMainQueue::isMainThread()) {
+    runSyncOnMainThread(work);
   } else {
-    Baton baton;
-    bool idle = false;
+    // Main-queue work runs on the main thread only: this thread waits while the main thread's
+    // drain runs `work` in its turn.
+    Waiter waiter;
+    waiter.remoteWork = &work;
+    bool start = false;
     {
       FutexLockGuard guard(lock_, kLockOwner);
-      idle = !owned_;
-      if (idle) {
-        owned_ = true;
-      } else {
-        pending_.push_back(Item{nullptr, &baton});
-      }
+      pending_.push_back(Item{nullptr, &waiter});
+      start = state_ == State::idle;
+      if (start) state_ = State::scheduled;
     }
-    if (!idle) baton.wait();
+    if (start) schedule();
+    (void)waiter.wait();
+    if (waiter.error) std::rethrow_exception(waiter.error);
   }
+}
+
+void SerialDispatchQueue::runSyncOnMainThread(WorkRef work) {
+  acquireAsMainThread();
   struct Release {
     SerialDispatchQueue* queue;
     ~Release() { queue->release(); }
   } releaseOnExit{this};
   QueueFrameScope frame(this);
   work();
+}
+
+void SerialDispatchQueue::runSyncFromOtherThread(WorkRef work) {
+  bool idle = false;
+  {
+    FutexLockGuard guard(lock_, kLockOwner);
+    idle = state_ == State::idle;
+    if (idle) state_ = State::running;
+  }
+  if (!idle) waitForTurn();
+  struct Release {
+    SerialDispatchQueue* queue;
+    ~Release() { queue->release(); }
+  } releaseOnExit{this};
+  QueueFrameScope frame(this);
+  work();
+}
+
+// Out of line so the idle path of `sync` builds no waiter.
+void SerialDispatchQueue::waitForTurn() {
+  Waiter waiter;
+  bool claimed = false;
+  {
+    FutexLockGuard guard(lock_, kLockOwner);
+    if (state_ == State::idle) {  // let go since the first look
+      state_ = State::running;
+      return;
+    }
+    pending_.push_back(Item{nullptr, &waiter});
+    ++waiters_;
+    // Scheduled means waiting for a pool thread that may never come free (every pool thread
+    // may be blocked in `sync` like this one): run the work ahead of this call here instead.
+    claimed = state_ == State::scheduled;
+    if (claimed) state_ = State::running;
+  }
+  for (;;) {
+    if (!claimed && waiter.wait()) return;  // handed over with the item already off the line
+    claimed = false;
+    if (runOwned(&waiter, std::numeric_limits<std::size_t>::max()) == Stop::ownTurn) return;
+  }
 }
 
 MainLoop& MainLoop::shared() {

@@ -88,6 +88,8 @@ void VeltoMainQueue::run() {
   }
 }
 
+void VeltoMainQueue::wakeUp() { velto::detail::MainLoop::shared().signal(false); }
+
 void VeltoMainQueue::stop() {
   auto& loop = velto::detail::MainLoop::shared();
   {

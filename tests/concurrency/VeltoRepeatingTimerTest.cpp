@@ -129,4 +129,40 @@ TEST(VeltoRepeatingTimer, stopsFiringOnceItsOwnerReleasesIt) {
   EXPECT_EQ(firings->count(), after);
 }
 
+// Loggers are swapped while a failing timer fires every millisecond: every failure reaches exactly
+// one of them, the last one set receives the later failures, and TSan sees no unguarded access.
+TEST(VeltoRepeatingTimer, loggerCanBeReplacedWhileTheTimerFires) {
+  auto firings = std::make_shared<Firings>();
+  std::vector<std::shared_ptr<RecordingLogger>> loggers;
+  for (int i = 0; i < 4; ++i) loggers.push_back(std::make_shared<RecordingLogger>());
+  auto timer = recordingTimer(firings, loggers[0], VeltoResult<void>::fromMessage("tick failed"));
+  std::weak_ptr<VeltoRepeatingTimer> weak = timer;
+  EXPECT_EQ(timer->logger(), loggers[0]);
+  timer->resume();
+  for (std::size_t i = 1; i < 200; ++i) {
+    const auto& next = loggers[i % loggers.size()];
+    timer->setLogger(next);
+    EXPECT_EQ(timer->logger(), next);
+    if (i % 20 == 0) {
+      ASSERT_TRUE(firings->waitFor(firings->count() + 1));
+    }
+  }
+  auto last = std::make_shared<RecordingLogger>();
+  timer->setLogger(last);
+  EXPECT_GE(last->waitForErrors(3).size(), 3u) << "the replacement logger got no failures";
+  timer.reset();
+  Ticker ticker;
+  for (int i = 0; i < 10000 && !weak.expired(); ++i) ticker.waitTicks(1);
+  ASSERT_TRUE(weak.expired());
+  std::size_t reported = last->errors().size();
+  for (const auto& logger : loggers) reported += logger->errors().size();
+  EXPECT_EQ(reported, firings->count()) << "a failure was lost or reported twice";
+}
+
+TEST(VeltoRepeatingTimerDeathTest, nullLoggerIsRefusedBySetLogger) {
+  auto timer = VeltoRepeatingTimer::create([](const Via&) { return VeltoResultVoidSuccess; },
+                                           std::make_shared<RecordingLogger>(), 0.0, 1.0);
+  EXPECT_DEATH(timer->setLogger(nullptr), "logger is null");
+}
+
 }  // namespace

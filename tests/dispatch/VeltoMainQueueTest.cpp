@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <future>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -54,20 +55,66 @@ TEST(VeltoMainQueue, drainPendingLeavesWorkSubmittedDuringTheDrainForTheNextOne)
   EXPECT_EQ(order, (std::vector<int>{1, 2}));
 }
 
-TEST(VeltoMainQueue, syncFromAnotherThreadRunsWhenTheMainThreadDrains) {
-  bool ranInSync = false;  // main-queue confined
-  bool workerBack = false;  // main-queue confined
-  auto worker = std::async(std::launch::async, [&] {
-    const bool current = VeltoDispatchQueue::main()->sync([&] {
-      ranInSync = true;
-      return VeltoDispatchQueue::main()->isCurrent();
+// Background threads sync onto the main queue between their own async posts: every closure runs
+// on the main thread, as the main queue, after what the same thread posted before it, and its
+// result or exception reaches the caller.
+TEST(VeltoMainQueue, syncFromOtherThreadsRunsOnTheMainThreadInOrder) {
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 300;
+  std::vector<int> lastPosted(kThreads, -1);  // main-queue confined
+  std::atomic<int> wrong{0};
+  std::atomic<int> finished{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      const auto& main = VeltoDispatchQueue::main();
+      for (int round = 0; round < kRounds; ++round) {
+        main->async([&, t, round] { lastPosted[static_cast<std::size_t>(t)] = round; });
+        const int seen = main->sync([&, t] {
+          if (!VeltoMainQueue::isMainThread() || !main->isCurrent()) ++wrong;
+          return lastPosted[static_cast<std::size_t>(t)];
+        });
+        if (seen != round) ++wrong;
+        if (round % 50 == 0) {
+          try {
+            main->sync([] { throw std::runtime_error("from main"); });
+            ++wrong;
+          } catch (const std::runtime_error&) {
+          }
+        }
+      }
+      ++finished;
+      VeltoMainQueue::wakeUp();
     });
-    VeltoDispatchQueue::main()->async([&] { workerBack = true; });  // wakes the main thread's loop
-    return current;
-  });
-  EXPECT_TRUE(VeltoMainQueue::runUntil([&] { return workerBack; }, std::chrono::steady_clock::now() + 10s));
-  EXPECT_TRUE(worker.get());
-  EXPECT_TRUE(ranInSync);
+  }
+  const auto deadline = std::chrono::steady_clock::now() + 60s;
+  EXPECT_TRUE(VeltoMainQueue::runUntil([&] { return finished.load() == kThreads; }, deadline));
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(wrong.load(), 0);
+}
+
+// A condition set by a pool thread followed by wakeUp() ends the wait at once, round after round;
+// a lost wake-up would show as a wait that lasted until the deadline.
+TEST(VeltoMainQueue, wakeUpEndsRunUntilWhenAPoolThreadSatisfiesTheCondition) {
+  auto queue = VeltoDispatchQueue::createSerial("waker");
+  for (int round = 0; round < 200; ++round) {
+    std::atomic<bool> done{false};
+    queue->async([&] {
+      done = true;
+      VeltoMainQueue::wakeUp();
+    });
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    ASSERT_TRUE(VeltoMainQueue::runUntil([&] { return done.load(); }, deadline));
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "round " << round << " was noticed only at the deadline";
+    queue->sync([] {});  // the work holding `done` has finished before the next round
+  }
+}
+
+TEST(VeltoMainQueue, wakeUpWithoutAWaiterIsHarmless) {
+  std::thread([] {
+    for (int i = 0; i < 1000; ++i) VeltoMainQueue::wakeUp();
+  }).join();
+  EXPECT_FALSE(VeltoMainQueue::drainPending());
 }
 
 TEST(VeltoMainQueue, syncFromTheMainThreadRunsPendingWorkFirst) {
@@ -110,6 +157,15 @@ TEST(VeltoMainQueueDeathTest, adoptedThreadBecomesTheMainThreadAndDrainsTheMainQ
         std::exit(adoptedIsMain && ran && !VeltoMainQueue::isMainThread() ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
+}
+
+TEST(VeltoMainQueueDeathTest, syncOntoTheMainQueueFromMainQueueWorkStops) {
+  EXPECT_DEATH(
+      {
+        VeltoDispatchQueue::main()->async([] { VeltoDispatchQueue::main()->sync([] {}); });
+        (void)VeltoMainQueue::drainPending();
+      },
+      "sync onto serial queue \"velto.main\" .*would deadlock");
 }
 
 TEST(VeltoMainQueueDeathTest, drainingOffTheMainThreadStops) {

@@ -14,6 +14,7 @@
 #include "velto/core/VeltoLogging.hpp"
 #include "velto/core/VeltoResult.hpp"
 #include "velto/core/VeltoVia.hpp"
+#include "velto/concurrency/VeltoUnfairLock.hpp"
 
 class VeltoDispatchTimer;
 
@@ -28,7 +29,9 @@ class VeltoDispatchTimer;
 /// (`create`); the source holds the timer only weakly, so the timer ends when its owner releases
 /// it, and no handler call starts after that (one already running finishes).
 /// Thread safety: `resume()` and `suspend()` are not synchronised with each other: call them from
-/// one thread or queue. The handler runs on pool threads.
+/// one thread or queue. The handler runs on pool threads. `logger()` and `setLogger()` may be
+/// called from any thread, also while the handler runs: a firing reports to the logger it read
+/// after its handler returned, so a replaced logger may still receive one failure in flight.
 class VeltoRepeatingTimer : public std::enable_shared_from_this<VeltoRepeatingTimer> {
  public:
   using Handler = std::function<VeltoResult<void>(const std::shared_ptr<const VeltoVia>&)>;
@@ -53,6 +56,12 @@ class VeltoRepeatingTimer : public std::enable_shared_from_this<VeltoRepeatingTi
   /// Holds firings back; does nothing before the first `resume()` or while suspended.
   void suspend();
 
+  /// The logger failures go to. Any thread.
+  [[nodiscard]] std::shared_ptr<VeltoLogging> logger() const;
+  /// Replaces the logger for later failures. Any thread. REQUIRES: `logger` is not null (fatal
+  /// stop, as in the constructor).
+  void setLogger(std::shared_ptr<VeltoLogging> logger);
+
   [[nodiscard]] bool isSuspended() const noexcept { return isSuspended_; }
   [[nodiscard]] double resumeInterval() const noexcept { return resumeInterval_; }
   [[nodiscard]] double repeatInterval() const noexcept { return repeatInterval_; }
@@ -61,6 +70,7 @@ class VeltoRepeatingTimer : public std::enable_shared_from_this<VeltoRepeatingTi
   void fire(const std::shared_ptr<const VeltoVia>& impetus);
 
   Handler handler_;
+  mutable VeltoUnfairLock loggerLock_;  // guards `logger_`: firings read it on pool threads
   std::shared_ptr<VeltoLogging> logger_;
   double resumeInterval_;
   double repeatInterval_;

@@ -46,10 +46,20 @@ class WorkRef {
 /// gives its pool thread back after a bounded burst of items, so one queue cannot starve the
 /// others. The main queue never runs on the pool: the main thread drains it (VeltoMainQueue).
 ///
-/// Inline or never: `async` and `asyncAfter` never run the work on the calling thread, not even
-/// when called from the queue itself. `sync` always runs the work on the calling thread: at once
-/// when the queue is idle, otherwise after the work submitted before it, with the queue marked as
-/// current for the duration.
+/// Inline or never: `async` and `asyncAfter` never run the work on the calling thread before they
+/// return, not even when called from the queue itself. `sync` onto a serial queue runs the work on
+/// the calling thread: at once when the queue is idle, otherwise after the work submitted before
+/// it, with the queue marked as current for the duration. `sync` onto the main queue is the
+/// exception: its work runs on the main thread (VeltoMainQueue).
+///
+/// Who runs queued work: a thread waiting in `sync` never waits for a free pool thread. If the
+/// queue it waits for is waiting for one, the caller runs the work queued ahead of its own itself,
+/// in order, with that queue current (so such earlier `async` work may run on a thread that
+/// later called `sync`, even on the thread that submitted it); when the queue is let go with a
+/// `sync` caller in line, it passes straight to that caller. Cost: no thread is ever added; a
+/// `sync` caller may spend its wait running the target's earlier work instead of sleeping, at
+/// most the items queued ahead of it, and a chain of such hops nests on the caller's stack (one
+/// level per queue in the chain).
 ///
 /// Lifetime: pending work keeps its queue alive; releasing the last outside holder of a serial
 /// queue with work pending still runs that work, in order, and the queue ends after it. Work
@@ -60,12 +70,13 @@ class WorkRef {
 /// of `sync` and the queue moves on.
 ///
 /// Deadlocks a `sync` can cause: (1) `sync` onto a serial queue from work running on that same
-/// queue (directly or through nested `sync` calls) can never proceed; it is detected and stops the
-/// program with one line instead of hanging. (2) Two serial queues whose work `sync`s onto each
-/// other deadlock like two locks taken in opposite orders; that is not detected. (3) `sync` from
-/// work on a pool thread onto a busy queue blocks that pool thread; if every pool thread blocks so
-/// the work they wait for cannot get a thread, everything stops. Keep `sync` for short hops onto
-/// mostly idle queues, and never wait on the pool from the pool.
+/// queue (directly, or through a chain of nested `sync` calls such as A -> B -> A) can never
+/// proceed; it is detected and stops the program with one line instead of hanging. (2) Two serial
+/// queues whose work `sync`s onto each other deadlock like two locks taken in opposite orders;
+/// that is not always detected (it is when one thread ends up running both sides). Any other hop
+/// completes, however many queues and threads `sync` at once: pool threads blocked in `sync`
+/// cannot starve the queues they wait for. Waiting on the pool from the pool by other means
+/// (a group wait, a future) is not covered.
 ///
 /// Thread safety: every operation may be called from any thread, concurrently.
 class VeltoDispatchQueue : public std::enable_shared_from_this<VeltoDispatchQueue> {
@@ -81,8 +92,8 @@ class VeltoDispatchQueue : public std::enable_shared_from_this<VeltoDispatchQueu
   [[nodiscard]] static const std::shared_ptr<VeltoDispatchQueue>& global(
       VeltoQualityOfService qualityOfService = VeltoQualityOfService::default_);
 
-  /// The serial queue drained by the main thread (VeltoMainQueue). Work submitted to it runs only
-  /// while the main thread drains it.
+  /// The serial queue drained by the main thread (VeltoMainQueue). Work submitted to it, by `async`
+  /// or `sync`, runs only on the main thread while it drains.
   [[nodiscard]] static const std::shared_ptr<VeltoDispatchQueue>& main();
 
   /// The queue whose work the calling thread is running, or null. Inside nested `sync` calls,
@@ -108,8 +119,9 @@ class VeltoDispatchQueue : public std::enable_shared_from_this<VeltoDispatchQueu
   /// but still asynchronously, for a deadline in the past). The pending timer keeps the queue alive.
   void asyncAfter(std::chrono::steady_clock::time_point deadline, Work work);
 
-  /// Runs `work` on the calling thread as this queue's current item and returns its result. See
-  /// the class comment for the deadlocks it can cause.
+  /// Runs `work` as this queue's current item and returns its result (or rethrows its exception):
+  /// on the calling thread, or on the main thread for the main queue. See the class comment for
+  /// the deadlocks it can cause.
   template <class F>
   std::invoke_result_t<F&> sync(F&& work) {
     using R = std::invoke_result_t<F&>;

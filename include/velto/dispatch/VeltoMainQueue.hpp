@@ -19,11 +19,13 @@
 /// another (for hosts whose event loop runs elsewhere). Main-queue work runs only inside the calls
 /// below, on that thread, one item at a time in submission order, with the main queue current.
 /// A `sync` onto the main queue from another thread waits until the main thread drains up to
-/// it (and deadlocks if the main thread never drains); from the main thread it first runs the
-/// main queue's pending work, then its own, inline.
+/// it, and the main thread runs its work (an exception it throws reaches the `sync` caller); it
+/// waits for good if the main thread never drains. From the main thread outside main-queue work
+/// it first runs the main queue's pending work, then its own, inline; from main-queue work it is
+/// a fatal stop (it could never proceed).
 ///
-/// Thread safety: `isMainThread` and `stop` may be called from any thread; the draining calls
-/// only from the main thread (any other thread is a fatal stop).
+/// Thread safety: `isMainThread`, `wakeUp` and `stop` may be called from any thread; the draining
+/// calls only from the main thread (any other thread is a fatal stop).
 class VeltoMainQueue {
  public:
   VeltoMainQueue() = delete;
@@ -40,9 +42,11 @@ class VeltoMainQueue {
   /// next drain) and returns whether anything was run. Never waits for new work.
   static bool drainPending();
 
-  /// Drains the main queue as work arrives until `done()` holds, checked before the first wait
-  /// and after every batch of main-queue work, or until `deadline`. Returns the last `done()`.
-  /// Make whatever satisfies `done` post to the main queue, or it is noticed only at the deadline.
+  /// Drains the main queue as work arrives until `done()` holds, or until `deadline`. Returns the
+  /// last `done()`. `done()` is checked before the first wait, after every batch of main-queue
+  /// work and after every `wakeUp()`; there is no periodic re-check, so whatever makes `done`
+  /// true from another thread must call `wakeUp()` afterwards (or post to the main queue), or it
+  /// is noticed only at the deadline.
   static bool runUntil(const std::function<bool()>& done,
                        std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max());
 
@@ -52,6 +56,10 @@ class VeltoMainQueue {
   /// Drains the main queue as work arrives until `stop()` is called (a stop requested before
   /// `run` makes it return at once, once).
   static void run();
+
+  /// Makes a waiting `runUntil` re-check its condition at once; does nothing else (no waiter: no
+  /// effect). Any thread, any time; costs a mutex round trip and a notify.
+  static void wakeUp();
 
   /// Makes the current or next `run()` return.
   static void stop();
