@@ -8,6 +8,9 @@
 #include <future>
 #include <latch>
 #include <mutex>
+#include <random>
+#include <set>
+#include <array>
 #include <regex>
 #include <thread>
 #include <vector>
@@ -55,15 +58,20 @@ struct Producer {
 
   Machine::RequestProductionHandler handler() {
     return [this](const Via& via, Machine::Completion completion) {
-      {
-        std::lock_guard guard(mutex);
-        requests.push_back(via->impetus().name());
-        completions.push_back(std::move(completion));
-        trails.push_back(via);
-      }
+      // Notified under the lock: a waiter may destroy the producer as soon as it sees the request.
+      std::lock_guard guard(mutex);
+      requests.push_back(via->impetus().name());
+      completions.push_back(std::move(completion));
+      trails.push_back(via);
       arrived.notify_all();
       return VeltoResultVoidSuccess;
     };
+  }
+  // The global queue is concurrent: requests may arrive in any order.
+  std::vector<std::string> waitForCount(std::size_t count) {
+    std::unique_lock guard(mutex);
+    arrived.wait_for(guard, std::chrono::seconds(10), [&] { return requests.size() >= count; });
+    return requests;
   }
   std::vector<std::string> waitFor(const std::string& name) {
     std::unique_lock guard(mutex);
@@ -204,8 +212,9 @@ TEST_F(VeltoStateMachineTest, productionRequestsWaitForTheInclusiveTimeOut) {
   requestAt(late, "a hair after 110");
   machine->beginPublish(1, impetus);  // any publication ends the outstanding request
   machine->beginRequestProduction(named("after publish"));
-  EXPECT_EQ(producer->waitFor("after publish"),
-            (std::vector<std::string>{"at 100", "a hair after 110", "after publish"}));
+  auto requests = producer->waitForCount(3);
+  std::sort(requests.begin(), requests.end());
+  EXPECT_EQ(requests, (std::vector<std::string>{"a hair after 110", "after publish", "at 100"}));
 
   const auto warnings = logger->warnings();
   ASSERT_EQ(warnings.size(), 1u);
@@ -362,6 +371,125 @@ TEST_F(VeltoStateMachineTest, workPendingWhenTheLastHolderLetsGoStillRuns) {
   blocker.count_down();
   done->wait();
   EXPECT_EQ(*sum, 50 * 51 / 2);
+}
+
+// Random sequences of registrations, deregistrations, deaths, publications, begin closures and
+// production requests at random clock times, compared with a sequential model.
+TEST_F(VeltoStateMachineTest, matchesASequentialModelOnRandomSequences) {
+  for (unsigned seed = 1; seed <= 40; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    auto modelLogger = std::make_shared<RecordingLogger>();
+    auto producer = std::make_shared<Producer>();
+    auto now = std::make_shared<double>(0.0);  // set on the machine's queue, read there
+    constexpr double kTimeout = 5.0;
+    auto machine = Machine::create(0, modelLogger, producer->handler(), kTimeout, [now] { return *now; });
+    std::vector<Delivery> seen;  // written on the machine's queue only
+
+    struct Entry {
+      int object;
+      int registration;
+      std::optional<int> failOn;
+    };
+    constexpr int kSlots = 3;
+    std::array<std::shared_ptr<Observer>, kSlots> slots;
+    std::array<int, kSlots> objectIdOf{};
+    std::set<int> dead;
+    int nextObject = 0;
+    int nextRegistration = 0;
+    std::vector<Entry> entries;
+    int state = 0;
+    std::optional<double> outstanding;
+    std::vector<std::string> expectedRequests;
+    std::vector<Delivery> expected;
+    std::size_t expectedWarnings = 0;
+    std::size_t expectedErrors = 0;
+
+    const auto deliverModel = [&](int newState) {
+      outstanding.reset();
+      std::erase_if(entries, [&](const Entry& e) { return dead.contains(e.object); });
+      const int previous = std::exchange(state, newState);
+      for (const Entry& e : entries) {
+        expected.push_back({e.registration, newState, previous});
+        if (e.failOn == newState) {
+          ++expectedErrors;
+          break;
+        }
+      }
+    };
+
+    for (int step = 0; step < 120; ++step) {
+      const auto slot = static_cast<std::size_t>(random() % kSlots);
+      auto& object = slots[slot];
+      switch (random() % 7) {
+        case 0: {  // register
+          if (!object) {
+            object = std::make_shared<Screen>();
+            objectIdOf[slot] = nextObject++;
+          }
+          const int registration = nextRegistration++;
+          const std::optional<int> failOn =
+              random() % 4 == 0 ? std::optional<int>(static_cast<int>(random() % 8)) : std::nullopt;
+          entries.push_back({objectIdOf[slot], registration, failOn});
+          expected.push_back({registration, state, std::nullopt});
+          if (failOn == state) ++expectedErrors;
+          machine->beginRegister(object, [&seen, registration, failOn](const int& value, const std::optional<int>& previous, const Via&) {
+            seen.push_back({registration, value, previous});
+            return failOn == value ? VeltoResult<void>::fromMessage("refused") : VeltoResultVoidSuccess;
+          }, impetus);
+          break;
+        }
+        case 1: {  // deregister
+          if (!object) break;
+          std::erase_if(entries, [&](const Entry& e) { return e.object == objectIdOf[slot]; });
+          machine->beginDeregister(object);
+          break;
+        }
+        case 2: {  // the observer dies, in line with the machine's work
+          if (!object) break;
+          dead.insert(objectIdOf[slot]);
+          machine->serialQueue()->async([dying = std::move(object)] {});
+          object = nullptr;
+          break;
+        }
+        case 3: {  // publish
+          const int value = static_cast<int>(random() % 8);
+          deliverModel(value);
+          machine->beginPublish(value, impetus);
+          break;
+        }
+        case 4: {  // read and publish the successor in one closure
+          deliverModel((state + 1) % 8);
+          machine->begin(impetus, [](const int& current, const Machine::PublishOperation& publish, const Via& via) {
+            return publish((current + 1) % 8, via);
+          });
+          break;
+        }
+        default: {  // a production request, the clock moved on by 0 to 7 seconds first
+          const double time = static_cast<double>(step) * 2.0 + static_cast<double>(random() % 8);
+          machine->serialQueue()->async([now, time] { *now = time; });
+          const std::string name = "request " + std::to_string(step);
+          machine->beginRequestProduction(VeltoImpetus::create(name, {}, VeltoCodeSite("App", "tap()", 1)));
+          if (outstanding && time <= *outstanding + kTimeout) break;  // still outstanding: dropped
+          if (outstanding) ++expectedWarnings;
+          outstanding = time;
+          expectedRequests.push_back(name);
+          break;
+        }
+      }
+    }
+    drain(*machine->serialQueue());
+    ASSERT_EQ(seen, expected);
+    EXPECT_EQ(mostRecentOf(*machine), state);
+    EXPECT_EQ(modelLogger->warnings().size(), expectedWarnings);
+    EXPECT_EQ(modelLogger->waitForErrors(expectedErrors).size(), expectedErrors);
+    if (!expectedRequests.empty()) {
+      auto requests = producer->waitForCount(expectedRequests.size());
+      std::sort(requests.begin(), requests.end());
+      std::sort(expectedRequests.begin(), expectedRequests.end());
+      EXPECT_EQ(requests, expectedRequests);
+    }
+  }
 }
 
 using VeltoStateMachineDeathTest = StateMachineTest;

@@ -17,6 +17,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -64,6 +65,8 @@ inline constexpr char kEventBusFile[] = "Event Bus/VeltoEventBus";
 /// a begin operation called from a callback runs after the current publication.
 template <class E>
 class VeltoEventBus : public std::enable_shared_from_this<VeltoEventBus<E>> {
+  static_assert(std::is_copy_constructible_v<E> && std::is_copy_assignable_v<E>,
+                "an event is kept as mostRecent and recorded in the trail: E must be copyable");
   struct Token {};
 
  public:

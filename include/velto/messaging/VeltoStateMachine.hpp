@@ -19,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -72,6 +73,8 @@ inline constexpr char kStateMachineFile[] = "State Machine/VeltoStateMachine";
 /// and `begin` closures run on the machine's queue, one at a time, and must not `sync` onto it.
 template <class S>
 class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<S>> {
+  static_assert(std::is_copy_constructible_v<S> && std::is_copy_assignable_v<S>,
+                "a state is kept as mostRecent, handed to observers and recorded in the trail: S must be copyable");
   struct Token {};
   struct PublishScope;
 
