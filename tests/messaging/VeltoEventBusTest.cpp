@@ -284,6 +284,34 @@ TEST_F(VeltoEventBusTest, keepsEachPublishersOrderUnderEightConcurrentPublishers
   EXPECT_TRUE(logger->errors().empty());
 }
 
+// A callback may publish synchronously on the queue: the outer delivery goes on over the list
+// it started with, and its event becomes mostRecent last.
+TEST_F(VeltoEventBusTest, aCallbackThatPublishesReentrantlyDoesNotDisturbTheOuterDelivery) {
+  auto texts = VeltoEventBus<std::string>::create(logger);
+  auto a = std::make_shared<Screen>();
+  auto b = std::make_shared<Badge>();
+  std::vector<std::string> log;
+  texts->beginRegister(a, [&](const std::string& event, const std::optional<std::string>& previous, const Via& via) {
+    log.push_back("a:" + event + "<" + previous.value_or("-"));
+    if (event == "outer and long enough to live on the heap") {
+      texts->beginDeregister(b, via);  // runs later: b still gets the outer event
+      EXPECT_TRUE(texts->publish("inner", via).hasValue());
+    }
+    return VeltoResultVoidSuccess;
+  }, impetus);
+  texts->beginRegister(b, [&](const std::string& event, const std::optional<std::string>& previous, const Via&) {
+    log.push_back("b:" + event + "<" + previous.value_or("-"));
+    return VeltoResultVoidSuccess;
+  }, impetus);
+  texts->beginPublish("outer and long enough to live on the heap", impetus);
+  drain(*texts->serialQueue());
+  texts->beginPublish("next", impetus);  // after the deregistration the callback submitted
+  drain(*texts->serialQueue());
+  EXPECT_EQ(log, (std::vector<std::string>{"a:outer and long enough to live on the heap<-", "a:inner<-", "b:inner<-",
+                                           "b:outer and long enough to live on the heap<-",
+                                           "a:next<outer and long enough to live on the heap"}));
+}
+
 TEST_F(VeltoEventBusTest, workPendingWhenTheLastHolderLetsGoStillRuns) {
   auto screen = std::make_shared<Screen>();
   std::latch blocker(1);

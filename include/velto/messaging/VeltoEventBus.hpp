@@ -31,6 +31,7 @@
 #include "velto/core/VeltoVia.hpp"
 #include "velto/detail/Fatal.hpp"
 #include "velto/detail/TypeName.hpp"
+#include "velto/dispatch/VeltoQualityOfService.hpp"
 #include "velto/messaging/VeltoObservation.hpp"
 #include "velto/messaging/detail/Observers.hpp"
 
@@ -55,9 +56,10 @@ inline constexpr char kEventBusFile[] = "Event Bus/VeltoEventBus";
 /// the delivery of that event: later observers are skipped, `mostRecent` keeps the older event,
 /// and the failure reaches the logger with the args "event" and "observerType".
 ///
-/// Cost: a bus holds one idle serial queue (no thread). A publication costs a few allocations
-/// (the trail's forks, the recorded "event" argument, the queued work) plus one call per
-/// observer.
+/// Cost: a bus holds one idle serial queue (no thread). A publication costs about ten
+/// allocations (five trail forks, the recorded "event" argument, the queued work) plus one call
+/// per observer. Deregistration scans and compacts the list: linear in the registrations, so
+/// deregistering n observers one by one is quadratic (prefer `beginDeregisterAllObservers`).
 /// Lifetime: queued work holds the bus, so work pending when the last outside holder lets go
 /// still runs, in order; the bus is destroyed after it, on a pool thread.
 /// Thread safety: the begin operations and `observe` may be called from any thread,
@@ -83,7 +85,7 @@ class VeltoEventBus : public std::enable_shared_from_this<VeltoEventBus<E>> {
 
   VeltoEventBus(Token, std::shared_ptr<VeltoLogging> logger)
       : serialQueue_(VeltoSerialQueue::create(
-            velto::detail::messagingQueueLabel("event-bus", velto::detail::typeName<E>()), std::move(logger))) {}
+            velto::detail::messagingQueueLabel("event-bus", velto::detail::typeName<E>()), std::move(logger), VeltoQualityOfService::unspecified)) {}
   VeltoEventBus(const VeltoEventBus&) = delete;
   VeltoEventBus& operator=(const VeltoEventBus&) = delete;
 

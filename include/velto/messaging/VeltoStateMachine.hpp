@@ -136,7 +136,7 @@ class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<
   VeltoStateMachine(Token, S initialState, std::shared_ptr<VeltoLogging> logger, RequestProductionHandler handler,
                     double requestProductionTimeout, Clock clock)
       : serialQueue_(VeltoSerialQueue::create(
-            velto::detail::messagingQueueLabel("state-machine", velto::detail::typeName<S>()), std::move(logger))),
+            velto::detail::messagingQueueLabel("state-machine", velto::detail::typeName<S>()), std::move(logger), VeltoQualityOfService::unspecified)),
         requestProductionHandler_(std::move(handler)),
         requestProductionTimeout_(requestProductionTimeout),
         clock_(clock ? std::move(clock) : Clock(&velto::detail::wallClockEpochSeconds)),
