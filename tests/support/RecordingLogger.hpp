@@ -50,10 +50,9 @@ class RecordingLogger final : public VeltoLogging {
 
  private:
   void record(std::vector<Report>& reports, const VeltoError& error, const std::shared_ptr<const VeltoVia>& root) {
-    {
-      std::lock_guard guard(mutex_);
-      reports.push_back(Report{error, root});
-    }
+    // Notified under the lock: a waiter that wakes may destroy the logger at once.
+    std::lock_guard guard(mutex_);
+    reports.push_back(Report{error, root});
     arrived_.notify_all();
   }
 
