@@ -146,7 +146,7 @@ TEST_F(VeltoStateMachineTest, recordsTheNewStateBeforeDeliveryAndKeepsItAfterAFa
   EXPECT_EQ(frame.codeSite().fileName(), "State Machine/VeltoStateMachine");
   EXPECT_EQ(velto::test::argKeys(frame), (std::vector<std::string>{"state", "observerType"}));
   EXPECT_EQ(*argOf<int>(frame, "state"), 2);
-  EXPECT_EQ(*argOf<std::string>(frame, "observerType"), "(anonymous namespace)::Screen");
+  EXPECT_EQ(*argOf<std::string>(frame, "observerType"), "Screen");
 }
 
 TEST_F(VeltoStateMachineTest, aFailingRegistrationCallIsLoggedAndTheRegistrationStays) {
