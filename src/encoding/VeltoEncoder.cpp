@@ -144,14 +144,21 @@ VeltoResult<void> VeltoKeyedEncodingContainer::encode(std::string_view key, std:
   return VeltoResultVoidSuccess;
 }
 
+namespace {
+std::unique_ptr<EncodingNode> nested(std::unique_ptr<EncodingNode> node, const EncodingNode* up) {
+  node->up = up;
+  return node;
+}
+}  // namespace
+
 VeltoKeyedEncodingContainer VeltoKeyedEncodingContainer::nestedKeyedContainer(std::string_view key) {
-  return VeltoKeyedEncodingContainer(
-      std::make_unique<EncodingNode>(*node_->target, std::string(key), boost::json::object(), *node_->context));
+  return VeltoKeyedEncodingContainer(nested(
+      std::make_unique<EncodingNode>(*node_->target, std::string(key), boost::json::object(), *node_->context), node_.get()));
 }
 
 VeltoUnkeyedEncodingContainer VeltoKeyedEncodingContainer::nestedUnkeyedContainer(std::string_view key) {
-  return VeltoUnkeyedEncodingContainer(
-      std::make_unique<EncodingNode>(*node_->target, std::string(key), boost::json::array(), *node_->context));
+  return VeltoUnkeyedEncodingContainer(nested(
+      std::make_unique<EncodingNode>(*node_->target, std::string(key), boost::json::array(), *node_->context), node_.get()));
 }
 
 bool VeltoKeyedEncodingContainer::contains(std::string_view key) const { return objectOf(node_).contains(jsonKey(key)); }
@@ -192,15 +199,15 @@ VeltoResult<void> VeltoUnkeyedEncodingContainer::encode(std::string_view text) {
 VeltoKeyedEncodingContainer VeltoUnkeyedEncodingContainer::nestedKeyedContainer() {
   auto& array = arrayOf(node_);
   array.emplace_back(nullptr);  // reserves the element's position
-  return VeltoKeyedEncodingContainer(
-      std::make_unique<EncodingNode>(*node_->target, array.size() - 1, boost::json::object(), *node_->context));
+  return VeltoKeyedEncodingContainer(nested(
+      std::make_unique<EncodingNode>(*node_->target, array.size() - 1, boost::json::object(), *node_->context), node_.get()));
 }
 
 VeltoUnkeyedEncodingContainer VeltoUnkeyedEncodingContainer::nestedUnkeyedContainer() {
   auto& array = arrayOf(node_);
   array.emplace_back(nullptr);
-  return VeltoUnkeyedEncodingContainer(
-      std::make_unique<EncodingNode>(*node_->target, array.size() - 1, boost::json::array(), *node_->context));
+  return VeltoUnkeyedEncodingContainer(nested(
+      std::make_unique<EncodingNode>(*node_->target, array.size() - 1, boost::json::array(), *node_->context), node_.get()));
 }
 
 std::size_t VeltoUnkeyedEncodingContainer::count() const { return arrayOf(node_).size(); }
