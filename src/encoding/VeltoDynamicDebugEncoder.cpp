@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -66,8 +67,9 @@ struct Container {
 struct Child {
   std::string_view label;
   VeltoValueRef value;
-  VeltoValueRef pairKey{};  // set: the entry is a {"__key", "__value"} object
-  bool labelled = false;    // else the key is "." and the child's position
+  VeltoValueRef pairKey{};    // set: the entry is a {"__key", "__value"} object
+  bool labelled = false;      // else the key is "." and the child's position
+  std::size_t position = 0;   // among all the value's children
 };
 
 // A custom encoding that left deferred entries, until they are walked (and, for a hook whose
@@ -104,16 +106,34 @@ struct Frame {
   std::unique_ptr<HookWork> hook;
 };
 
-// Collects children into a frame, and what keeps them alive.
-struct Gather final : VeltoChildSink, VeltoEntrySink {
-  std::vector<Child>& children;
-  std::vector<std::shared_ptr<const void>>& owners;
-  Gather(std::vector<Child>& c, std::vector<std::shared_ptr<const void>>& o) : children(c), owners(o) {}
-  void child(std::string_view label, VeltoValueRef value) override {
-    children.push_back({label, value, {}, !label.empty()});
+// Leaves written the moment they are visited: scalars with no rendering of their own.
+bool plainScalar(const VeltoValueRef& value) {
+  const VeltoTypeMirror* mirror = value.mirror;
+  return mirror && mirror->scalar && !mirror->custom && !mirror->customChildren && !mirror->mainThreadOnly;
+}
+
+// Orders text keys by their first sixteen bytes before touching the text itself: sorting a
+// large dictionary otherwise chases a pointer into a scattered key for every comparison. Equal
+// keys (described keys may print alike) keep their order.
+struct SortKey {
+  std::uint64_t high = 0;
+  std::uint64_t low = 0;
+  std::string_view text;
+  std::size_t index;
+
+  SortKey(std::string_view key, std::size_t at) : text(key), index(at) {
+    unsigned char bytes[16] = {};
+    std::memcpy(bytes, key.data(), std::min<std::size_t>(key.size(), sizeof bytes));
+    for (std::size_t i = 0; i < 8; ++i) {
+      high = (high << 8) | bytes[i];
+      low = (low << 8) | bytes[8 + i];
+    }
   }
-  void entry(VeltoValueRef key, VeltoValueRef value) override { children.push_back({{}, value, key, false}); }
-  void keepAlive(std::shared_ptr<const void> owner) override { owners.push_back(std::move(owner)); }
+  bool operator<(const SortKey& other) const {
+    if (high != other.high) return high < other.high;
+    if (low != other.low) return low < other.low;
+    return text < other.text;
+  }
 };
 
 void appendIndexKey(std::string& out, std::size_t index) {
@@ -154,7 +174,7 @@ class DeferralScope {
 struct DebugWalk {
   VeltoDynamicDebugEncoder& encoder;
   const EncodingContext& context;
-  JsonStream* stream;  // null: every destination is a tree
+  JsonStream<ByteBuffer>* stream;  // null: every destination is a tree
   const bool includeNulls;
   const bool includeTypes;
   const bool includeAddresses;
@@ -167,7 +187,7 @@ struct DebugWalk {
   std::vector<std::shared_ptr<const void>> stepOwners;  // owners met by the current step
   std::string indexKey;
 
-  DebugWalk(VeltoDynamicDebugEncoder& e, const EncodingContext& c, JsonStream* s)
+  DebugWalk(VeltoDynamicDebugEncoder& e, const EncodingContext& c, JsonStream<ByteBuffer>* s)
       : encoder(e),
         context(c),
         stream(s),
@@ -314,7 +334,7 @@ struct DebugWalk {
           if (child.labelled) {
             childOut = frame.container.keyed(child.label);
           } else {
-            appendIndexKey(indexKey, frame.next - 1);
+            appendIndexKey(indexKey, child.position);
             childOut = frame.container.keyed(indexKey);
           }
         }
@@ -322,8 +342,8 @@ struct DebugWalk {
           Frame& pair = push(open(childOut, boost::json::kind::object), true);
           pair.children.push_back({Keys::key, child.pairKey, {}, true});
           pair.children.push_back({Keys::value, child.value, {}, true});
-        } else {
-          result = step(child.value, childOut);
+        } else if (auto failed = step(child.value, childOut); !failed) {
+          result = std::move(failed);
         }
       } else {
         close(frame.container);
@@ -357,12 +377,11 @@ struct DebugWalk {
           const Container container = open(out, boost::json::kind::object);
           if (includeTypes) putString(container.keyed(Keys::type), encoder.typeText(item));
           if (mirror.customChildren) return customChildren(item, container);
-          pushChildren(item, container, true);
-          return VeltoResultVoidSuccess;
+          return pushChildren(item, container, true);
         }
         case VeltoDisplayStyle::class_: return object(item, out);
         case VeltoDisplayStyle::enumeration: return enumeration(item, out);
-        case VeltoDisplayStyle::tuple: pushChildren(item, open(out, boost::json::kind::object), true); return VeltoResultVoidSuccess;
+        case VeltoDisplayStyle::tuple: return pushChildren(item, open(out, boost::json::kind::object), true);
         case VeltoDisplayStyle::optional: {
           struct First final : VeltoChildSink {
             std::vector<std::shared_ptr<const void>>& owners;
@@ -382,7 +401,7 @@ struct DebugWalk {
           continue;
         }
         case VeltoDisplayStyle::collection:
-        case VeltoDisplayStyle::set: pushChildren(item, open(out, boost::json::kind::array), false); return VeltoResultVoidSuccess;
+        case VeltoDisplayStyle::set: return pushChildren(item, open(out, boost::json::kind::array), false);
         case VeltoDisplayStyle::dictionary: return dictionary(item, out);
         case VeltoDisplayStyle::none:
         default: return opaque(item, out);
@@ -390,13 +409,55 @@ struct DebugWalk {
     }
   }
 
-  Frame& pushChildren(VeltoValueRef item, Container container, bool keyed) {
-    Frame& frame = push(container, keyed);
-    if (item.mirror->children) {
-      Gather gather(frame.children, frame.owners);
-      item.mirror->children(item.value, gather);
+  // Gathers a value's children (or dictionary entries) into the top frame. With `direct`, as
+  // long as every child so far is a plain scalar it is written at once instead: most leaves of
+  // structures and collections never reach the frame.
+  struct Visit final : VeltoChildSink, VeltoEntrySink {
+    DebugWalk& walk;
+    Frame& frame;
+    bool direct;
+    std::size_t position = 0;
+    VeltoResult<void> result;
+    Visit(DebugWalk& w, Frame& f, bool writeLeaves) : walk(w), frame(f), direct(writeLeaves) {}
+
+    void child(std::string_view label, VeltoValueRef value) override {
+      const std::size_t at = position++;
+      if (direct && plainScalar(value)) {
+        if (!result) return;
+        Out out = frame.container.unkeyed();
+        if (frame.keyed) {
+          if (label.empty()) appendIndexKey(walk.indexKey, at);
+          out = frame.container.keyed(label.empty() ? std::string_view(walk.indexKey) : label);
+        }
+        if (auto failed = walk.putScalar(out, value.mirror->scalar(value.value)); !failed) result = std::move(failed);
+        return;
+      }
+      direct = false;
+      frame.children.push_back({label, value, {}, !label.empty(), at});
     }
-    return frame;
+    // Text keys are read while the entry is at hand (a large dictionary's entries are scattered
+    // in memory; each later visit would miss the cache again).
+    bool textKeys = false;
+    std::vector<SortKey>* order = nullptr;
+    void entry(VeltoValueRef key, VeltoValueRef value) override {
+      if (textKeys) {
+        const std::string_view label = std::get<std::string_view>(key.mirror->scalar(key.value));
+        if (order) order->emplace_back(label, position);
+        frame.children.push_back({label, value, {}, true, position++});
+      } else {
+        frame.children.push_back({{}, value, key, false, position++});
+      }
+    }
+    void keepAlive(std::shared_ptr<const void> owner) override { frame.owners.push_back(std::move(owner)); }
+  };
+
+  VeltoResult<void> pushChildren(VeltoValueRef item, Container container, bool keyed, std::size_t* seen = nullptr,
+                                 bool direct = true) {
+    Frame& frame = push(container, keyed);
+    Visit visit(*this, frame, direct && container.where != Container::Where::none);
+    if (item.mirror->children) item.mirror->children(item.value, visit);
+    if (seen) *seen = visit.position;
+    return visit.result;
   }
 
   // An object seen through a base: its dynamic type's mirror when that type is registered.
@@ -425,8 +486,8 @@ struct DebugWalk {
     }
     if (mirror.customChildren) return customChildren(item, container);
 
-    Frame& frame = pushChildren(item, container, true);
-    if (!frame.children.empty()) return VeltoResultVoidSuccess;
+    std::size_t children = 0;
+    if (auto result = pushChildren(item, container, true, &children); !result || children > 0) return result;
     if (mirror.debugDescription) {
       putString(container.keyed(Keys::debugDescription), mirror.debugDescription(item.value));
       return VeltoResultVoidSuccess;
@@ -437,7 +498,8 @@ struct DebugWalk {
   }
 
   VeltoResult<void> enumeration(VeltoValueRef item, const Out& out) {
-    Frame& frame = pushChildren(item, {}, true);
+    (void)pushChildren(item, {}, true, nullptr, false);
+    Frame& frame = frames[depth - 1];
     if (frame.children.empty()) {
       const std::string name = item.mirror->caseName ? item.mirror->caseName(item.value) : std::string();
       pop();
@@ -453,38 +515,50 @@ struct DebugWalk {
 
   VeltoResult<void> dictionary(VeltoValueRef item, const Out& out) {
     Frame& frame = push({}, true);
+    const bool textKeys = item.mirror->keysAreText;
+    std::vector<SortKey> order;
     if (item.mirror->entries) {
-      Gather gather(frame.children, frame.owners);
-      item.mirror->entries(item.value, gather);
+      Visit visit(*this, frame, false);
+      visit.textKeys = textKeys;
+      if (sortDictionaryKeys && textKeys) visit.order = &order;
+      item.mirror->entries(item.value, visit);
     }
     if (frame.children.empty()) {  // an empty dictionary is an empty object
       frame.container = open(out, boost::json::kind::object);
       return VeltoResultVoidSuccess;
     }
-    const VeltoTypeMirror& firstKey = *frame.children.front().pairKey.mirror;
-    const bool textKeys = item.mirror->keysAreText;
-    if (!textKeys && !firstKey.debugDescription) {  // an array of {"__key", "__value"} objects
-      frame.keyed = false;
-      frame.container = open(out, boost::json::kind::array);
-      return VeltoResultVoidSuccess;
-    }
-    if (!textKeys) frame.keys.reserve(frame.children.size());
-    for (Child& child : frame.children) {
-      const VeltoValueRef key = child.pairKey;
-      if (textKeys) {
-        child.label = std::get<std::string_view>(key.mirror->scalar(key.value));
-      } else {
-        child.label = frame.keys.emplace_back(key.mirror->debugDescription ? key.mirror->debugDescription(key.value) : std::string());
+    if (!textKeys) {
+      if (!frame.children.front().pairKey.mirror->debugDescription) {  // an array of {"__key", "__value"} objects
+        frame.keyed = false;
+        frame.container = open(out, boost::json::kind::array);
+        return VeltoResultVoidSuccess;
       }
-      child.pairKey = {};
-      child.labelled = true;
+      frame.keys.reserve(frame.children.size());
+      for (Child& child : frame.children) {
+        const VeltoValueRef key = child.pairKey;
+        child.label = frame.keys.emplace_back(key.mirror->debugDescription ? key.mirror->debugDescription(key.value) : std::string());
+        child.pairKey = {};
+        child.labelled = true;
+        if (sortDictionaryKeys) order.emplace_back(child.label, child.position);
+      }
     }
     // Sorted, the values are walked in key order too, so that the first occurrence of a shared
     // object (its full form) comes first in the document.
     if (sortDictionaryKeys) {
-      std::stable_sort(frame.children.begin(), frame.children.end(), [](const Child& a, const Child& b) { return a.label < b.label; });
+      std::stable_sort(order.begin(), order.end());
+      std::vector<Child> sorted;
+      sorted.reserve(order.size());
+      for (const SortKey& key : order) sorted.push_back(frame.children[key.index]);
+      frame.children.swap(sorted);
     }
     frame.container = open(out, boost::json::kind::object);
+    // Leading scalar values are written here; the loop takes over at the first other one.
+    while (frame.next < frame.children.size() && plainScalar(frame.children[frame.next].value)) {
+      const Child& child = frame.children[frame.next++];
+      if (auto result = putScalar(frame.container.keyed(child.label), child.value.mirror->scalar(child.value.value)); !result) {
+        return result;
+      }
+    }
     return VeltoResultVoidSuccess;
   }
 
@@ -746,7 +820,9 @@ VeltoResult<VeltoData> VeltoDynamicDebugEncoder::encodeRefToData(VeltoValueRef i
 
   // The text is written while the value is walked; only sorted property keys need the whole
   // document as a tree first.
-  std::string text;
+  VeltoData bytes;
+  velto::detail::ByteBuffer buffer(bytes);
+  velto::detail::JsonStream<velto::detail::ByteBuffer> stream(buffer, options.prettyPrint());
   bool written = false;
   VeltoResult<void> result;
   if (options.sortPropertyKeys()) {
@@ -755,10 +831,9 @@ VeltoResult<VeltoData> VeltoDynamicDebugEncoder::encodeRefToData(VeltoValueRef i
       DebugWalk walk(encoder, context, nullptr);
       result = walk.run(item, {Out::Kind::encoder, &document, &written});
     }
-    if (result && written) velto::detail::writeJson(document, {options.prettyPrint(), true}, text);
+    if (result && written) velto::detail::writeJson(document, true, stream);
     velto::detail::releaseJson(std::move(document));
   } else {
-    velto::detail::JsonStream stream(text, options.prettyPrint());
     DebugWalk walk(encoder, context, &stream);
     result = walk.run(item, {Out::Kind::encoder, nullptr, &written});
   }
@@ -773,8 +848,8 @@ VeltoResult<VeltoData> VeltoDynamicDebugEncoder::encodeRefToData(VeltoValueRef i
     return VeltoResult<VeltoData>::fromMessage("Failed to encode for debug", {}, std::move(cause),
                                                VeltoCodeSite(velto::detail::kFile, "encodeToData(_:options:)", 79));
   }
-  const auto* bytes = reinterpret_cast<const std::byte*>(text.data());
-  return VeltoData(bytes, bytes + text.size());
+  buffer.finish();
+  return bytes;
 }
 
 VeltoResult<std::string> VeltoDynamicDebugEncoder::encodeRefToString(VeltoValueRef item,

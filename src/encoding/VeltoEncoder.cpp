@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "encoding/EncodingNode.hpp"
+#include "encoding/JsonWriter.hpp"
 
 namespace velto::detail {
 
@@ -212,3 +213,25 @@ VeltoUnkeyedEncodingContainer VeltoUnkeyedEncodingContainer::nestedUnkeyedContai
 
 std::size_t VeltoUnkeyedEncodingContainer::count() const { return arrayOf(node_).size(); }
 
+// ---- VeltoEncodingDocument ---------------------------------------------------------------------
+
+struct VeltoEncodingDocument::State {
+  boost::json::value tree;
+  bool written = false;
+  velto::detail::EncodingContext context;  // no strategy: non-finite doubles fail
+
+  ~State() { velto::detail::releaseJson(std::move(tree)); }
+};
+
+VeltoEncodingDocument::VeltoEncodingDocument() : state_(std::make_unique<State>()) {}
+VeltoEncodingDocument::~VeltoEncodingDocument() = default;
+
+VeltoEncoder VeltoEncodingDocument::encoder() noexcept { return VeltoEncoder(state_->tree, state_->written, state_->context); }
+bool VeltoEncodingDocument::hasValue() const noexcept { return state_->written; }
+const boost::json::value& VeltoEncodingDocument::tree() const noexcept { return state_->tree; }
+
+std::string VeltoEncodingDocument::jsonText(bool prettyPrint, bool sortKeys) const {
+  std::string text;
+  velto::detail::writeJson(state_->tree, {prettyPrint, sortKeys}, text);
+  return text;
+}
