@@ -185,16 +185,22 @@ struct Tagged {
 };
 BOOST_DESCRIBE_STRUCT(Tagged, (), (id, tag))
 
-// A map-like type whose iteration yields its pairs by value.
+// A map-like type whose iteration yields its pairs by value, as generated maps do.
 struct Squares {
   using key_type = int;
   using mapped_type = std::string;
+  struct Iterator {
+    using value_type = std::pair<const int, std::string>;
+    using difference_type = std::ptrdiff_t;
+    int k = 0;
+    value_type operator*() const { return {k, std::to_string(k * k)}; }
+    Iterator& operator++() { return ++k, *this; }
+    Iterator operator++(int) { return Iterator{k++}; }
+    bool operator==(const Iterator&) const = default;
+  };
   int count = 0;
-  [[nodiscard]] auto view() const {
-    return std::views::iota(0, count) | std::views::transform([](int k) { return std::pair<const int, std::string>(k, std::to_string(k * k)); });
-  }
-  [[nodiscard]] auto begin() const { return view().begin(); }
-  [[nodiscard]] auto end() const { return view().end(); }
+  [[nodiscard]] Iterator begin() const { return {0}; }
+  [[nodiscard]] Iterator end() const { return {count}; }
 };
 
 boost::json::array arrayOf(const auto& values) {
@@ -203,22 +209,44 @@ boost::json::array arrayOf(const auto& values) {
   return array;
 }
 
-TEST(VeltoDebugEncoderWalk, elementsMadeOnTheFlyRenderTheirOwnValues) {
+TEST(VeltoDebugEncoderWalk, proxyElementsRenderTheirOwnValues) {
+  std::mt19937 random(3);
+  for (int trial = 0; trial < 150; ++trial) {
+    std::vector<bool> bits;
+    std::vector<int> model;
+    for (int i = std::uniform_int_distribution<int>(0, 40)(random); i > 0; --i) {
+      bits.push_back(random() % 2 == 0);
+      model.push_back(bits.back());
+    }
+    boost::json::array expected;
+    for (int bit : model) expected.emplace_back(bit != 0);
+    EXPECT_EQ(render(bits), expected) << "trial " << trial;
+
+    const std::map<std::string, std::vector<bool>> flags{{"all", bits}, {"none", std::vector<bool>(model.size() % 3, false)}};
+    const auto renderedFlags = render(flags);
+    EXPECT_EQ(renderedFlags.at("all"), expected);
+    EXPECT_EQ(renderedFlags.at("none"), boost::json::value(boost::json::array(model.size() % 3, false)));
+    EXPECT_EQ(render(std::optional(std::vector{bits, bits})), boost::json::value(boost::json::array{expected, expected}));
+  }
+  const auto squares = render(Squares{4}).as_array();  // integer keys: {"__key", "__value"} pairs
+  ASSERT_EQ(squares.size(), 4u);
+  for (std::int64_t k = 0; k < 4; ++k) {
+    EXPECT_EQ(squares[static_cast<std::size_t>(k)].at("__key"), k);
+    EXPECT_EQ(squares[static_cast<std::size_t>(k)].at("__value"), boost::json::value(std::to_string(k * k)));
+  }
+}
+
+// clang 14 cannot compile libstdc++ 12's range adaptors; these cases run with g++.
+#if !defined(__clang__) || __clang_major__ >= 15
+TEST(VeltoDebugEncoderWalk, viewsYieldingValuesRenderEachOfThem) {
   std::mt19937 random(7);
   for (int trial = 0; trial < 150; ++trial) {
     const int size = std::uniform_int_distribution<int>(0, 40)(random);
-    std::vector<bool> bits;
     std::vector<int> numbers;
-    for (int i = 0; i < size; ++i) {
-      bits.push_back(random() % 2 == 0);
-      numbers.push_back(std::uniform_int_distribution<int>(-1000, 1000)(random));
-    }
-    const std::vector<bool> model(bits.begin(), bits.end());
-    EXPECT_EQ(render(bits), arrayOf(std::vector<int>(model.begin(), model.end()) | std::views::transform([](int b) { return b != 0; })))
-        << "trial " << trial;
+    for (int i = 0; i < size; ++i) numbers.push_back(std::uniform_int_distribution<int>(-1000, 1000)(random));
 
     const int low = std::uniform_int_distribution<int>(-50, 50)(random);
-    EXPECT_EQ(render(std::views::iota(low, low + size)), arrayOf(std::views::iota(low, low + size)));
+    EXPECT_EQ(render(std::views::iota(low, low + size)), arrayOf(std::views::iota(low, low + size))) << "trial " << trial;
 
     const auto tripled = numbers | std::views::transform([](int n) { return 3 * n + 1; });
     std::vector<int> tripledModel;
@@ -231,7 +259,7 @@ TEST(VeltoDebugEncoderWalk, elementsMadeOnTheFlyRenderTheirOwnValues) {
     for (int n : numbers) if (n % 2 == 0) evenModel.push_back(n);
     EXPECT_EQ(render(even), arrayOf(evenModel));
 
-    // Elements yielded as structures by value, nested in a dictionary of proxies' vectors.
+    // Structures yielded by value.
     const auto tagged = std::views::iota(0, size % 5) | std::views::transform([&](int i) { return Tagged{i, "t" + std::to_string(numbers[static_cast<std::size_t>(i)])}; });
     const auto renderedTags = render(tagged).as_array();
     ASSERT_EQ(renderedTags.size(), static_cast<std::size_t>(size % 5));
@@ -239,20 +267,6 @@ TEST(VeltoDebugEncoderWalk, elementsMadeOnTheFlyRenderTheirOwnValues) {
       EXPECT_EQ(renderedTags[i].at("id"), static_cast<std::int64_t>(i));
       EXPECT_EQ(renderedTags[i].at("tag"), boost::json::value("t" + std::to_string(numbers[i])));
     }
-
-    const std::map<std::string, std::vector<bool>> flags{{"all", bits}, {"none", std::vector<bool>(static_cast<std::size_t>(size % 3), false)}};
-    const auto renderedFlags = render(flags);
-    EXPECT_EQ(renderedFlags.at("all"), render(bits));
-    EXPECT_EQ(renderedFlags.at("none").as_array().size(), static_cast<std::size_t>(size % 3));
-  }
-}
-
-TEST(VeltoDebugEncoderWalk, mapsAndViewsThatHoldOrYieldTheirValues) {
-  const auto squares = render(Squares{4}).as_array();  // integer keys: {"__key", "__value"} pairs
-  ASSERT_EQ(squares.size(), 4u);
-  for (std::int64_t k = 0; k < 4; ++k) {
-    EXPECT_EQ(squares[static_cast<std::size_t>(k)].at("__key"), k);
-    EXPECT_EQ(squares[static_cast<std::size_t>(k)].at("__value"), boost::json::value(std::to_string(k * k)));
   }
   // A single view holds its element inside itself; filtered, it is walked through a copy.
   const auto single = std::views::single(Tagged{9, "only"}) | std::views::filter([](const Tagged&) { return true; });
@@ -260,6 +274,7 @@ TEST(VeltoDebugEncoderWalk, mapsAndViewsThatHoldOrYieldTheirValues) {
   EXPECT_EQ(render(std::views::iota(0, 0)), boost::json::array());
   EXPECT_EQ(render(std::optional(std::views::iota(3, 5))), boost::json::parse("[3,4]"));
 }
+#endif
 
 // ---- depth ---------------------------------------------------------------------------------
 

@@ -20,7 +20,9 @@
 // objects renders completely on a thread with a small stack, and so does a chain that recurses
 // through custom encodings: a hook's nested `encode` of a shared owner (std::shared_ptr,
 // std::weak_ptr, VeltoAny) into a keyed or unkeyed container does not walk at once; it keeps a
-// copy of the owner, reserves the entry's place and is walked after the hook returns.
+// copy of the owner, reserves the entry's place and is walked after the hook returns. So an
+// object reached both through such an entry and through a value the same hook wrote directly
+// shows its full form under the direct value, even when that one comes later in the document.
 //
 // Cost: the document is written as text while the value is walked; only custom encodings (and
 // every object when sortPropertyKeys is set) are built as Boost.JSON trees first.
