@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "velto/encoding/VeltoEncoder.hpp"
 
@@ -53,9 +54,27 @@ struct EncodingNode {
   }
   EncodingNode& operator=(const EncodingNode&) = delete;
 
+  /// Where this container's value sits, as the steps from the value its outermost container
+  /// views down to it. Valid once every nested container on the way has ended.
+  struct PathStep {
+    std::string key;
+    std::size_t index;
+    bool keyed;
+  };
+  [[nodiscard]] std::vector<PathStep> pathFromRoot(boost::json::value*& root) const {
+    std::vector<PathStep> steps;
+    const EncodingNode* node = this;
+    for (; node->parent && node->up; node = node->up) steps.push_back({node->key, node->index, node->keyed});
+    root = node->target;
+    return {steps.rbegin(), steps.rend()};
+  }
+  static const EncodingNode& nodeOf(const VeltoKeyedEncodingContainer& c) noexcept { return *c.node_; }
+  static const EncodingNode& nodeOf(const VeltoUnkeyedEncodingContainer& c) noexcept { return *c.node_; }
+
   boost::json::value own;
   boost::json::value* target;
   boost::json::value* parent = nullptr;
+  const EncodingNode* up = nullptr;  // the container a nested one was opened from
   std::string key;
   std::size_t index = 0;
   bool keyed = false;

@@ -10,136 +10,41 @@
 #include <vector>
 
 namespace velto::detail {
-namespace {
-
-class Writer {
- public:
-  Writer(const JsonWriterOptions& options, std::string& out) : options_(options), out_(out) {}
-
-  void value(const boost::json::value& v, int depth) {
-    switch (v.kind()) {
-      case boost::json::kind::null: out_.append("null"); break;
-      case boost::json::kind::bool_: out_.append(v.get_bool() ? "true" : "false"); break;
-      case boost::json::kind::int64: number(v.get_int64()); break;
-      case boost::json::kind::uint64: number(v.get_uint64()); break;
-      case boost::json::kind::double_: real(v.get_double()); break;
-      case boost::json::kind::string: string(v.get_string()); break;
-      case boost::json::kind::array: array(v.get_array(), depth); break;
-      case boost::json::kind::object: object(v.get_object(), depth); break;
-    }
-  }
-
- private:
-  template <class Integer>
-  void number(Integer n) {
-    char buffer[24];
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer, n);
-    out_.append(buffer, result.ptr);
-  }
-
-  void real(double d) {
-    if (!std::isfinite(d)) {
-      out_.append("null");
-      return;
-    }
-    char buffer[32];
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer, d);
-    out_.append(buffer, result.ptr);
-  }
-
-  void string(std::string_view text) {
-    static constexpr char hex[] = "0123456789abcdef";
-    out_.push_back('"');
-    std::size_t runStart = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-      const auto c = static_cast<unsigned char>(text[i]);
-      if (c >= 0x20 && c != '"' && c != '\\') continue;
-      out_.append(text.data() + runStart, i - runStart);
-      runStart = i + 1;
-      switch (c) {
-        case '"': out_.append("\\\""); break;
-        case '\\': out_.append("\\\\"); break;
-        case '\n': out_.append("\\n"); break;
-        case '\r': out_.append("\\r"); break;
-        case '\t': out_.append("\\t"); break;
-        case '\b': out_.append("\\b"); break;
-        case '\f': out_.append("\\f"); break;
-        default: {
-          const char escaped[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xF]};
-          out_.append(escaped, sizeof escaped);
-        }
-      }
-    }
-    out_.append(text.data() + runStart, text.size() - runStart);
-    out_.push_back('"');
-  }
-
-  void newline(int depth) {
-    if (!options_.prettyPrint) return;
-    out_.push_back('\n');
-    out_.append(static_cast<std::size_t>(depth) * 2, ' ');
-  }
-
-  void array(const boost::json::array& a, int depth) {
-    if (a.empty()) {
-      out_.append("[]");
-      return;
-    }
-    out_.push_back('[');
-    bool first = true;
-    for (const auto& element : a) {
-      if (!first) out_.push_back(',');
-      first = false;
-      newline(depth + 1);
-      value(element, depth + 1);
-    }
-    newline(depth);
-    out_.push_back(']');
-  }
-
-  void member(std::string_view key, const boost::json::value& v, bool first, int depth) {
-    if (!first) out_.push_back(',');
-    newline(depth + 1);
-    string(key);
-    out_.append(options_.prettyPrint ? " : " : ":");
-    value(v, depth + 1);
-  }
-
-  void object(const boost::json::object& o, int depth) {
-    if (o.empty()) {
-      out_.append("{}");
-      return;
-    }
-    out_.push_back('{');
-    if (options_.sortKeys) {
-      std::vector<const boost::json::key_value_pair*> members;
-      members.reserve(o.size());
-      for (const auto& m : o) members.push_back(&m);
-      std::sort(members.begin(), members.end(), [](const auto* a, const auto* b) { return a->key() < b->key(); });
-      bool first = true;
-      for (const auto* m : members) {
-        member(m->key(), m->value(), first, depth);
-        first = false;
-      }
-    } else {
-      bool first = true;
-      for (const auto& m : o) {
-        member(m.key(), m.value(), first, depth);
-        first = false;
-      }
-    }
-    newline(depth);
-    out_.push_back('}');
-  }
-
-  const JsonWriterOptions& options_;
-  std::string& out_;
-};
-
-}  // namespace
 
 void writeJson(const boost::json::value& value, const JsonWriterOptions& options, std::string& out) {
-  Writer(options, out).value(value, 0);
+  JsonStream<std::string> stream(out, options.prettyPrint);
+  writeJson(value, options.sortKeys, stream);
+}
+
+void releaseJson(boost::json::value&& value) noexcept {
+  // Most trees are shallow: only one whose children nest further needs the heap stack.
+  const auto nests = [](const boost::json::value& child) { return child.is_structured(); };
+  if (value.is_object()) {
+    const auto& object = value.get_object();
+    if (std::none_of(object.begin(), object.end(), [&](const auto& member) { return nests(member.value()); })) return;
+  } else if (value.is_array()) {
+    const auto& array = value.get_array();
+    if (std::none_of(array.begin(), array.end(), nests)) return;
+  } else {
+    return;
+  }
+  std::vector<boost::json::value> pending;
+  const auto take = [&](boost::json::value& child) {
+    if ((child.is_object() && !child.get_object().empty()) || (child.is_array() && !child.get_array().empty())) {
+      pending.push_back(std::move(child));
+    }
+  };
+  take(value);
+  while (!pending.empty()) {
+    boost::json::value current = std::move(pending.back());
+    pending.pop_back();
+    if (current.is_object()) {
+      for (auto& member : current.get_object()) take(member.value());
+    } else {
+      for (auto& element : current.get_array()) take(element);
+    }
+    // `current` now holds only scalars and emptied containers: releasing it is shallow.
+  }
 }
 
 bool isValidUtf8(std::string_view bytes) noexcept {

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "encoding/EncodingNode.hpp"
+#include "encoding/JsonWriter.hpp"
 
 namespace velto::detail {
 
@@ -144,14 +145,21 @@ VeltoResult<void> VeltoKeyedEncodingContainer::encode(std::string_view key, std:
   return VeltoResultVoidSuccess;
 }
 
+namespace {
+std::unique_ptr<EncodingNode> nested(std::unique_ptr<EncodingNode> node, const EncodingNode* up) {
+  node->up = up;
+  return node;
+}
+}  // namespace
+
 VeltoKeyedEncodingContainer VeltoKeyedEncodingContainer::nestedKeyedContainer(std::string_view key) {
-  return VeltoKeyedEncodingContainer(
-      std::make_unique<EncodingNode>(*node_->target, std::string(key), boost::json::object(), *node_->context));
+  return VeltoKeyedEncodingContainer(nested(
+      std::make_unique<EncodingNode>(*node_->target, std::string(key), boost::json::object(), *node_->context), node_.get()));
 }
 
 VeltoUnkeyedEncodingContainer VeltoKeyedEncodingContainer::nestedUnkeyedContainer(std::string_view key) {
-  return VeltoUnkeyedEncodingContainer(
-      std::make_unique<EncodingNode>(*node_->target, std::string(key), boost::json::array(), *node_->context));
+  return VeltoUnkeyedEncodingContainer(nested(
+      std::make_unique<EncodingNode>(*node_->target, std::string(key), boost::json::array(), *node_->context), node_.get()));
 }
 
 bool VeltoKeyedEncodingContainer::contains(std::string_view key) const { return objectOf(node_).contains(jsonKey(key)); }
@@ -192,16 +200,38 @@ VeltoResult<void> VeltoUnkeyedEncodingContainer::encode(std::string_view text) {
 VeltoKeyedEncodingContainer VeltoUnkeyedEncodingContainer::nestedKeyedContainer() {
   auto& array = arrayOf(node_);
   array.emplace_back(nullptr);  // reserves the element's position
-  return VeltoKeyedEncodingContainer(
-      std::make_unique<EncodingNode>(*node_->target, array.size() - 1, boost::json::object(), *node_->context));
+  return VeltoKeyedEncodingContainer(nested(
+      std::make_unique<EncodingNode>(*node_->target, array.size() - 1, boost::json::object(), *node_->context), node_.get()));
 }
 
 VeltoUnkeyedEncodingContainer VeltoUnkeyedEncodingContainer::nestedUnkeyedContainer() {
   auto& array = arrayOf(node_);
   array.emplace_back(nullptr);
-  return VeltoUnkeyedEncodingContainer(
-      std::make_unique<EncodingNode>(*node_->target, array.size() - 1, boost::json::array(), *node_->context));
+  return VeltoUnkeyedEncodingContainer(nested(
+      std::make_unique<EncodingNode>(*node_->target, array.size() - 1, boost::json::array(), *node_->context), node_.get()));
 }
 
 std::size_t VeltoUnkeyedEncodingContainer::count() const { return arrayOf(node_).size(); }
 
+// ---- VeltoEncodingDocument ---------------------------------------------------------------------
+
+struct VeltoEncodingDocument::State {
+  boost::json::value tree;
+  bool written = false;
+  velto::detail::EncodingContext context;  // no strategy: non-finite doubles fail
+
+  ~State() { velto::detail::releaseJson(std::move(tree)); }
+};
+
+VeltoEncodingDocument::VeltoEncodingDocument() : state_(std::make_unique<State>()) {}
+VeltoEncodingDocument::~VeltoEncodingDocument() = default;
+
+VeltoEncoder VeltoEncodingDocument::encoder() noexcept { return VeltoEncoder(state_->tree, state_->written, state_->context); }
+bool VeltoEncodingDocument::hasValue() const noexcept { return state_->written; }
+const boost::json::value& VeltoEncodingDocument::tree() const noexcept { return state_->tree; }
+
+std::string VeltoEncodingDocument::jsonText(bool prettyPrint, bool sortKeys) const {
+  std::string text;
+  velto::detail::writeJson(state_->tree, {prettyPrint, sortKeys}, text);
+  return text;
+}

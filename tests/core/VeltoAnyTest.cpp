@@ -60,6 +60,8 @@ struct Collector final : VeltoChildSink {
     children.emplace_back(std::string(label), std::string(value.mirror->typeName()));
     refs.push_back(value);
   }
+  void keepAlive(std::shared_ptr<const void> owner) override { owners.push_back(std::move(owner)); }
+  std::vector<std::shared_ptr<const void>> owners;
 };
 
 Collector childrenOf(VeltoValueRef ref) {
@@ -195,6 +197,7 @@ TEST(VeltoMirror, dictionariesKnowWhetherTheirKeysAreText) {
   struct Entries final : VeltoEntrySink {
     int count = 0;
     void entry(VeltoValueRef key, VeltoValueRef) override { count += key.mirror->type == typeid(int); }
+    void keepAlive(std::shared_ptr<const void>) override {}
   } entries;
   const VeltoAny map = std::map<int, int>{{1, 2}, {3, 4}};
   map.ref().mirror->entries(map.ref().value, entries);

@@ -68,8 +68,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <iterator>
+#include <ranges>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -156,8 +160,8 @@ enum class VeltoDisplayStyle { none, structure, class_, enumeration, tuple, opti
 
 struct VeltoTypeMirror;
 
-/// A borrowed view of one value with its type's mirror. Valid only while the value lives (for
-/// children: during the visit that produced it).
+/// A borrowed view of one value with its type's mirror. Valid only while the value lives: for
+/// children, as long as the sink that received it keeps what it was handed to keep alive.
 struct VeltoValueRef {
   const void* value = nullptr;
   const VeltoTypeMirror* mirror = nullptr;
@@ -165,18 +169,24 @@ struct VeltoValueRef {
 };
 
 /// Receives the children of a value in mirror order. An empty label means "unlabelled".
+/// Children produced on the fly (elements of views yielding values, proxies such as
+/// std::vector<bool>'s, a locked std::weak_ptr) are materialised, and what owns them is handed
+/// to `keepAlive` before the visit returns: a sink that uses a child after the visit must hold
+/// every owner it was given at least that long.
 class VeltoChildSink {
  public:
   virtual void child(std::string_view label, VeltoValueRef value) = 0;
+  virtual void keepAlive(std::shared_ptr<const void> owner) = 0;
 
  protected:
   ~VeltoChildSink() = default;
 };
 
-/// Receives the entries of a dictionary in its own iteration order.
+/// Receives the entries of a dictionary in its own iteration order; owners as for VeltoChildSink.
 class VeltoEntrySink {
  public:
   virtual void entry(VeltoValueRef key, VeltoValueRef value) = 0;
+  virtual void keepAlive(std::shared_ptr<const void> owner) = 0;
 
  protected:
   ~VeltoEntrySink() = default;
@@ -305,10 +315,10 @@ concept SetLike = requires { typename T::key_type; } && !MapLike<T> && requires(
 
 template <class T>
 concept RangeLike = !Text<T> && !CharArray<T> && !OtherText<T> && !PathLike<T> && !MapLike<T> && !SetLike<T> &&
-                    requires(const T& t) {
-  std::begin(t);
-  std::end(t);
-};
+                    (requires(const T& t) {
+                      std::begin(t);
+                      std::end(t);
+                    } || (std::ranges::view<T> && std::copyable<T> && std::ranges::forward_range<T>));
 
 template <class T>
 concept Described = boost::describe::has_describe_members<T>::value || boost::describe::has_describe_bases<T>::value;
@@ -415,14 +425,54 @@ void tupleChildren(const void* v, VeltoChildSink& sink) {
   std::apply([&](const auto&... element) { (sink.child(std::string_view(), refTo(element)), ...); }, as<Tuple>(v));
 }
 
+// The range as the walk iterates it: itself when it can be iterated const, else a copy of the
+// view (filter views cache their begin and iterate only when mutable), kept alive by the sink
+// because its elements may live inside it.
+template <class Range, class Sink>
+decltype(auto) iterableRange(const void* v, Sink& sink) {
+  if constexpr (requires(const Range& r) { std::begin(r); }) {
+    return as<Range>(v);
+  } else {
+    auto copy = std::make_shared<Range>(as<Range>(v));
+    sink.keepAlive(copy);
+    return *copy;
+  }
+}
+
+// Elements that are not lvalues (iota and transform views, std::vector<bool>'s proxies) are
+// copied into storage the sink keeps: a pointer to the temporary would dangle before it is read.
 template <class Range>
 void rangeChildren(const void* v, VeltoChildSink& sink) {
-  for (const auto& element : as<Range>(v)) sink.child(std::string_view(), refTo(element));
+  auto&& range = iterableRange<Range>(v, sink);
+  using Reference = decltype(*std::begin(range));
+  if constexpr (std::is_lvalue_reference_v<Reference>) {
+    for (const auto& element : range) sink.child(std::string_view(), refTo(element));
+  } else {
+    using Value = std::iter_value_t<decltype(std::begin(range))>;
+    auto storage = std::make_shared<std::deque<Value>>();  // a deque never moves its elements
+    for (auto&& element : range) {
+      storage->emplace_back(std::forward<decltype(element)>(element));
+      sink.child(std::string_view(), refTo(storage->back()));
+    }
+    sink.keepAlive(std::move(storage));
+  }
 }
 
 template <class Map>
 void mapEntries(const void* v, VeltoEntrySink& sink) {
-  for (const auto& [key, value] : as<Map>(v)) sink.entry(refTo(key), refTo(value));
+  auto&& map = iterableRange<Map>(v, sink);
+  using Reference = decltype(*std::begin(map));
+  if constexpr (std::is_lvalue_reference_v<Reference>) {
+    for (const auto& [key, value] : map) sink.entry(refTo(key), refTo(value));
+  } else {
+    using Value = std::iter_value_t<decltype(std::begin(map))>;
+    auto storage = std::make_shared<std::deque<Value>>();
+    for (auto&& element : map) {
+      const auto& [key, value] = storage->emplace_back(std::forward<decltype(element)>(element));
+      sink.entry(refTo(key), refTo(value));
+    }
+    sink.keepAlive(std::move(storage));
+  }
 }
 
 template <class Case>
@@ -503,7 +553,10 @@ VeltoTypeMirror makeMirror() noexcept {
     using Object = typename T::element_type;
     m.style = VeltoDisplayStyle::optional;
     m.children = [](const void* v, VeltoChildSink& sink) {
-      if (const auto object = as<T>(v).lock()) sink.child(std::string_view(), {object.get(), &objectMirrorOf<Object>()});
+      if (auto object = as<T>(v).lock()) {
+        sink.child(std::string_view(), {object.get(), &objectMirrorOf<Object>()});
+        sink.keepAlive(std::move(object));  // the object may have no other owner left
+      }
     };
   } else if constexpr (std::is_same_v<T, VeltoAny>) {
     m.style = VeltoDisplayStyle::optional;
@@ -517,20 +570,23 @@ VeltoTypeMirror makeMirror() noexcept {
       for (const auto& [key, value] : as<T>(v)) sink.entry(refTo(key), refTo(value));
     };
   } else if constexpr (CharPointer<T>) {
-    // A C string is its text; a null one is an absent value. The view lives during the visit only.
+    // A C string is its text; a null one is an absent value. The view is handed to the sink to
+    // keep, as the walk may write the child after the visit.
     m.style = VeltoDisplayStyle::optional;
     m.children = [](const void* v, VeltoChildSink& sink) {
       if (const char* text = as<T>(v)) {
-        const std::string_view view(text);
-        sink.child(std::string_view(), refTo(view));
+        auto view = std::make_shared<const std::string_view>(text);
+        sink.child(std::string_view(), refTo(*view));
+        sink.keepAlive(std::move(view));
       }
     };
   } else if constexpr (OtherText<T>) {
-    // Transparent around its UTF-8 form, made for the visit.
+    // Transparent around its UTF-8 form, made for the visit and kept by the sink.
     m.style = VeltoDisplayStyle::optional;
     m.children = [](const void* v, VeltoChildSink& sink) {
-      const std::string text = utf8Text(std::basic_string_view<typename T::value_type>(as<T>(v)));
-      sink.child(std::string_view(), refTo(text));
+      auto text = std::make_shared<const std::string>(utf8Text(std::basic_string_view<typename T::value_type>(as<T>(v))));
+      sink.child(std::string_view(), refTo(*text));
+      sink.keepAlive(std::move(text));
     };
   } else if constexpr (CharArray<T>) {
     // A char buffer holds text up to its first NUL (all of it when there is none).

@@ -16,11 +16,20 @@
 // "positive infinity", "negative infinity" and "NaN". Doubles are written in shortest
 // round-trip form.
 //
-// Depth: nesting deeper than `maxDepth` levels is not walked; the value at that depth is
-// written as the string "[nesting too deep to be encoded]" and the document stays valid JSON.
+// Depth: none is imposed. The walk keeps its own stack on the heap, so a chain of a million
+// objects renders completely on a thread with a small stack, and so does a chain that recurses
+// through custom encodings: a hook's nested `encode` of a shared owner (std::shared_ptr,
+// std::weak_ptr, VeltoAny) into a keyed or unkeyed container does not walk at once; it keeps a
+// copy of the owner, reserves the entry's place and is walked after the hook returns. So an
+// object reached both through such an entry and through a value the same hook wrote directly
+// shows its full form under the direct value, even when that one comes later in the document.
+//
+// Cost: the document is written as text while the value is walked; only custom encodings (and
+// every object when sortPropertyKeys is set) are built as Boost.JSON trees first.
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -36,7 +45,13 @@
 
 namespace velto::detail {
 struct DebugWalk;
-}
+struct DeferredEntries;
+
+// Values that own what they show (copying them keeps it alive), so that a custom encoding's
+// nested encode of one can wait until the hook has returned.
+template <class T>
+concept SharedOwner = isSpecialization<T, std::shared_ptr> || isSpecialization<T, std::weak_ptr> || std::is_same_v<T, VeltoAny>;
+}  // namespace velto::detail
 
 /// One debug encoding in progress. Made by `encodeToData` / `encodeToString` for one document
 /// and never reused; custom encodings receive it to read `options()` and to encode nested values.
@@ -59,9 +74,6 @@ class VeltoDynamicDebugEncoder {
     static constexpr std::string_view value = "__value";
     static constexpr std::string_view anonymousCase = "__anonymous";
   };
-
-  /// Nesting levels walked before the placeholder takes over.
-  static constexpr std::size_t maxDepth = 256;
 
   /// The document as UTF-8 bytes. Failure: "Failed to encode for debug" with the underlying
   /// error as its framework error.
@@ -95,13 +107,22 @@ class VeltoDynamicDebugEncoder {
     return encodeRef(velto::detail::refTo(item), toEncoder);
   }
   /// Writes `item` as the entry `forKey` of `toKeyedParent` (left out if nothing is written).
+  /// Called from a custom encoding with a shared owner, the entry is written after the hook
+  /// returns, at the place it was asked for; until then `contains(forKey)` already answers true.
   template <class T>
   VeltoResult<void> encode(const T& item, VeltoKeyedEncodingContainer& toKeyedParent, std::string_view forKey) {
+    if constexpr (velto::detail::SharedOwner<T>) {
+      if (deferrals_) return deferOwned(std::make_shared<const T>(item), toKeyedParent, forKey);
+    }
     return encodeRef(velto::detail::refTo(item), toKeyedParent, forKey);
   }
   /// Writes `item` as the next element of `toUnkeyedParent` (none if nothing is written).
+  /// Shared owners from a custom encoding are written after the hook returns, in their place.
   template <class T>
   VeltoResult<void> encode(const T& item, VeltoUnkeyedEncodingContainer& toUnkeyedParent) {
+    if constexpr (velto::detail::SharedOwner<T>) {
+      if (deferrals_) return deferOwned(std::make_shared<const T>(item), toUnkeyedParent);
+    }
     return encodeRef(velto::detail::refTo(item), toUnkeyedParent);
   }
   VeltoResult<void> encodeRef(VeltoValueRef item, VeltoEncoder& toEncoder);
@@ -129,9 +150,24 @@ class VeltoDynamicDebugEncoder {
   VeltoDynamicDebugEncoder(VeltoValueRef contents, const VeltoDynamicDebugEncoderOptions& options) noexcept
       : contents_(contents), options_(options) {}
 
+  template <class T>
+  VeltoResult<void> deferOwned(std::shared_ptr<const T> owner, VeltoKeyedEncodingContainer& parent, std::string_view key) {
+    const VeltoValueRef ref = velto::detail::refTo(*owner);
+    return defer(ref, std::move(owner), &parent, nullptr, key);
+  }
+  template <class T>
+  VeltoResult<void> deferOwned(std::shared_ptr<const T> owner, VeltoUnkeyedEncodingContainer& parent) {
+    const VeltoValueRef ref = velto::detail::refTo(*owner);
+    return defer(ref, std::move(owner), nullptr, &parent, {});
+  }
+  VeltoResult<void> defer(VeltoValueRef item, std::shared_ptr<const void> owner, VeltoKeyedEncodingContainer* keyed,
+                          VeltoUnkeyedEncodingContainer* unkeyed, std::string_view key);
+
   VeltoValueRef contents_;
   VeltoDynamicDebugEncoderOptions options_;
   std::unordered_set<VeltoEncodableAddress> encodedAddresses_;
   std::unordered_map<const std::type_info*, std::string> dynamicTypeNames_;
-  std::size_t depth_ = 0;
+  // The entries that the custom encoding now running has left to walk after it returns; null
+  // outside custom encodings.
+  velto::detail::DeferredEntries* deferrals_ = nullptr;
 };

@@ -10,8 +10,21 @@
 //     return VeltoResultVoidSuccess;
 //   }
 //
-// These four types form one API and live in one header. The document model (Boost.JSON values)
+// These types form one API and live in one header. The document model (Boost.JSON values)
 // stays out of this header.
+//
+// Backends. The containers write into a document tree of Boost.JSON values; nothing in them
+// knows about debug output. Two consumers sit on top:
+//   - VeltoEncodingDocument (below) owns a tree, hands out its top-level VeltoEncoder, and
+//     gives back the tree or its JSON text (compact or pretty, keys sorted on demand, doubles in
+//     shortest round-trip form). A request-body encoder writes a value through
+//     `document.encoder()` and then sends `document.jsonText()`, or walks `document.tree()` to
+//     produce another format (an application/x-www-form-urlencoded body reads the top-level
+//     object's entries).
+//   - The debug encoder streams JSON text directly while it walks a value and gives custom
+//     encodings containers over a small tree of their own, streamed out when they return.
+// Another encoding plugs in the same way: write through the containers, then turn the tree into
+// its own format.
 #pragma once
 
 #include <cstdint>
@@ -169,4 +182,40 @@ class VeltoUnkeyedEncodingContainer : public velto::detail::ScalarEncodingForms<
   friend struct velto::detail::EncodingNode;
   explicit VeltoUnkeyedEncodingContainer(std::unique_ptr<velto::detail::EncodingNode> node) noexcept;
   std::unique_ptr<velto::detail::EncodingNode> node_;
+};
+
+/// A document being written through the containers, and what was written: its tree or its
+/// JSON text. Non-finite doubles fail to encode ("Unable to encode a non-finite floating-point
+/// value directly in JSON"), as JSON cannot hold them.
+///
+///   VeltoEncodingDocument document;
+///   auto encoder = document.encoder();
+///   auto body = encoder.keyedContainer();
+///   if (auto r = body.encode("name", name); !r) return r;
+///   send(document.jsonText());
+///
+/// Ownership: owns the tree; encoders and containers from it are views that must end before
+/// the document does. Cost: the tree holds every value written (Boost.JSON's allocation).
+/// Thread safety: none; one thread writes and reads a document.
+class VeltoEncodingDocument {
+ public:
+  VeltoEncodingDocument();
+  ~VeltoEncodingDocument();
+  VeltoEncodingDocument(const VeltoEncodingDocument&) = delete;
+  VeltoEncodingDocument& operator=(const VeltoEncodingDocument&) = delete;
+
+  /// The destination of the document's single top-level value.
+  [[nodiscard]] VeltoEncoder encoder() noexcept;
+  /// Whether a top-level value has been written.
+  [[nodiscard]] bool hasValue() const noexcept;
+  /// The tree written so far (null before anything is written). Include
+  /// <boost/json/value.hpp> to read it.
+  [[nodiscard]] const boost::json::value& tree() const noexcept;
+  /// The JSON text of the tree. Strings are written byte for byte (only what JSON requires is
+  /// escaped); an empty document is the text "null".
+  [[nodiscard]] std::string jsonText(bool prettyPrint = false, bool sortKeys = false) const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
 };
