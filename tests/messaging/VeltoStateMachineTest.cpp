@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include <velto/concurrency/VeltoSerialQueue.hpp>
 #include <velto/core/VeltoImpetus.hpp>
 #include <velto/detail/Organisation.hpp>
 
@@ -119,6 +120,50 @@ TEST_F(VeltoStateMachineTest, newObserversGetTheCurrentStateAtOnceAndDuplicatesA
   machine->beginDeregister(std::static_pointer_cast<Observer>(screen));
   EXPECT_FALSE(machine->isRegistered(screen)) << "one deregistration removes both";
   EXPECT_TRUE(logger->warnings().empty());
+}
+
+// isRegistered is a sync hop onto the machine's queue. Asked from work on more serial queues
+// than the pool has threads, while publications keep the machine's queue busy, every hop must
+// complete and see the registrations submitted before it.
+TEST_F(VeltoStateMachineTest, isRegisteredFromWorkOnManyQueuesAtOnceCompletes) {
+  auto machine = Machine::create(0, logger);
+  constexpr int kClients = 16;
+  constexpr int kRounds = 200;
+  std::vector<std::shared_ptr<Screen>> screens;
+  for (int i = 0; i < kClients; ++i) screens.push_back(std::make_shared<Screen>());
+  std::vector<std::shared_ptr<VeltoSerialQueue>> clients;
+  for (int i = 0; i < kClients; ++i) {
+    clients.push_back(VeltoSerialQueue::create("dev.velto.test.client." + std::to_string(i), logger));
+  }
+  std::atomic<int> wrongAnswers = 0;
+  std::latch finished(kClients);
+  for (int client = 0; client < kClients; ++client) {
+    clients[client]->async([&, client] {
+      for (int round = 0; round < kRounds; ++round) {
+        machine->beginPublish(round, impetus);
+        const bool registeredHere = round % 2 == 0;
+        if (registeredHere) {
+          machine->beginRegister(screens[client], [](const int&, const std::optional<int>&, const Via&) {
+            return VeltoResultVoidSuccess;
+          }, impetus);
+        } else {
+          machine->beginDeregister(screens[client]);
+        }
+        if (machine->isRegistered(screens[client]) != registeredHere) ++wrongAnswers;
+      }
+      finished.count_down();
+    });
+  }
+  std::packaged_task<void()> wait([&] { finished.wait(); });
+  auto waited = wait.get_future();
+  std::thread waiter(std::move(wait));
+  const bool completed = waited.wait_for(std::chrono::seconds(120)) == std::future_status::ready;
+  if (!completed) {
+    ADD_FAILURE() << "hops from client queues did not complete: pool starvation";
+    std::_Exit(1);  // the blocked threads cannot be joined
+  }
+  waiter.join();
+  EXPECT_EQ(wrongAnswers.load(), 0);
 }
 
 TEST_F(VeltoStateMachineTest, recordsTheNewStateBeforeDeliveryAndKeepsItAfterAFailure) {
