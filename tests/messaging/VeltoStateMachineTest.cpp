@@ -419,7 +419,8 @@ TEST_F(VeltoStateMachineTest, workPendingWhenTheLastHolderLetsGoStillRuns) {
 }
 
 // Random sequences of registrations, deregistrations, deaths, publications, begin closures and
-// production requests at random clock times, compared with a sequential model.
+// production requests at random clock times, compared with a sequential model. The later seeds
+// use enough objects for the list to grow past its indexed size and to be compacted repeatedly.
 TEST_F(VeltoStateMachineTest, matchesASequentialModelOnRandomSequences) {
   for (unsigned seed = 1; seed <= 40; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -436,9 +437,9 @@ TEST_F(VeltoStateMachineTest, matchesASequentialModelOnRandomSequences) {
       int registration;
       std::optional<int> failOn;
     };
-    constexpr int kSlots = 3;
-    std::array<std::shared_ptr<Observer>, kSlots> slots;
-    std::array<int, kSlots> objectIdOf{};
+    const unsigned kSlots = seed > 30 ? 64 : 3;
+    std::vector<std::shared_ptr<Observer>> slots(kSlots);
+    std::vector<int> objectIdOf(kSlots);
     std::set<int> dead;
     int nextObject = 0;
     int nextRegistration = 0;
@@ -463,7 +464,7 @@ TEST_F(VeltoStateMachineTest, matchesASequentialModelOnRandomSequences) {
       }
     };
 
-    for (int step = 0; step < 120; ++step) {
+    for (int step = 0, steps = seed > 30 ? 1200 : 120; step < steps; ++step) {
       const auto slot = static_cast<std::size_t>(random() % kSlots);
       auto& object = slots[slot];
       switch (random() % 7) {

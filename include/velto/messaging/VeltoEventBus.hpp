@@ -13,7 +13,6 @@
 //   VeltoObservation scoped = bus->observe(other, callback, via);   // deregisters when it goes
 #pragma once
 
-#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -58,8 +57,8 @@ inline constexpr char kEventBusFile[] = "Event Bus/VeltoEventBus";
 ///
 /// Cost: a bus holds one idle serial queue (no thread). A publication costs about ten
 /// allocations (five trail forks, the recorded "event" argument, the queued work) plus one call
-/// per observer. Deregistration scans and compacts the list: linear in the registrations, so
-/// deregistering n observers one by one is quadratic (prefer `beginDeregisterAllObservers`).
+/// per observer, and a liveness check of every registration (the zombie sweep). Registering and
+/// deregistering cost O(1) on average however many observers there are.
 /// Lifetime: queued work holds the bus, so work pending when the last outside holder lets go
 /// still runs, in order; the bus is destroyed after it, on a pool thread.
 /// Thread safety: the begin operations and `observe` may be called from any thread,
@@ -158,7 +157,8 @@ class VeltoEventBus : public std::enable_shared_from_this<VeltoEventBus<E>> {
     // A snapshot: a callback that publishes re-entrantly cannot change the list under this loop.
     const std::shared_ptr<const Observers> snapshot = observers_;
     const std::optional<E> previous = mostRecent_;
-    for (const CallbackWrapper& wrapper : *snapshot) {
+    for (const CallbackWrapper& wrapper : snapshot->entries()) {
+      if (Observers::isRemoved(wrapper)) continue;
       VeltoResult<void> delivered = wrapper.closure(event, previous, junction);
       if (delivered.isFailure()) {
         return VeltoResult<void>::fromError(delivered.error(),
@@ -190,7 +190,7 @@ class VeltoEventBus : public std::enable_shared_from_this<VeltoEventBus<E>> {
   [[nodiscard]] const std::shared_ptr<VeltoLogging>& logger() const noexcept { return serialQueue_->logger(); }
 
  private:
-  using Observers = std::vector<CallbackWrapper>;
+  using Observers = velto::detail::ObserverList<E>;
 
   void requireOnQueue(const char* what) const {
     if (serialQueue_->ensureOnQueue().isFailure()) {
@@ -208,33 +208,25 @@ class VeltoEventBus : public std::enable_shared_from_this<VeltoEventBus<E>> {
     Via junction =
         fork(std::move(via), {}, site, VELTO_SITE(velto::detail::kEventBusFile, "beginDeregister(observer:via:)"));
     serialQueue_->async(std::move(junction), [self = this->shared_from_this(), key = std::move(key)] {
-      std::erase_if(self->mutableObservers(),
-                    [&](const CallbackWrapper& wrapper) { return wrapper.keyObject.isSameObserver(key); });
+      self->mutableObservers().removeAll(key);
       return VeltoResultVoidSuccess;
     });
   }
 
   VeltoResult<void> registerOnQueue(const CallbackWrapper& wrapper, const Via& via) {
-    const bool already = std::any_of(observers_->begin(), observers_->end(), [&](const CallbackWrapper& existing) {
-      return existing.keyObject.isSameObserver(wrapper.keyObject);
-    });
-    if (already) {
+    if (observers_->contains(wrapper.keyObject)) {
       logger()->logWarning(VeltoError("Already registered as an observer", {{"observerType", wrapper.keyObjectTypeName()}},
                                       nullptr,
                                       VELTO_SITE(velto::detail::kEventBusFile, "beginRegister(observer:callback:via:)")),
                            via);
     }
-    mutableObservers().push_back(wrapper);
+    mutableObservers().append(wrapper);
     return VeltoResultVoidSuccess;
   }
 
   void sweepZombies(const Via& via) {
-    const std::vector<std::size_t> zombies = velto::detail::zombieIndices(*observers_);
-    if (zombies.empty()) return;
-    std::vector<std::string> zombieTypes;
-    zombieTypes.reserve(zombies.size());
-    for (const std::size_t index : zombies) zombieTypes.push_back((*observers_)[index].keyObjectTypeName());
-    velto::detail::removeIndices(mutableObservers(), zombies);
+    if (!observers_->hasZombies()) return;
+    std::vector<std::string> zombieTypes = mutableObservers().sweepZombies();
     logger()->logWarning(VeltoError("Encountered zombie observers", {{"zombieObserverTypes", std::move(zombieTypes)}},
                                     nullptr, VELTO_SITE(velto::detail::kEventBusFile, "publish(event:via:)")),
                          via);

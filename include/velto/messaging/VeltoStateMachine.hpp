@@ -13,7 +13,6 @@
 //   });
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -185,8 +184,7 @@ class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<
   [[nodiscard]] bool isRegistered(const std::shared_ptr<T>& observer) {
     const velto::detail::ObserverKey key = velto::detail::observerKeyOf(observer, "VeltoStateMachine");
     return serialQueue_->sync([&] {
-      return std::any_of(observers_->begin(), observers_->end(),
-                         [&](const CallbackWrapper& wrapper) { return wrapper.keyObject.isSameObserver(key); });
+      return observers_->contains(key);
     });
   }
 
@@ -251,12 +249,11 @@ class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<
                                           VELTO_SITE(kStateMachineFile, "publish(state:via:)"));
     }
     lastProductionRequestTimestamp_.reset();
-    if (const auto zombies = velto::detail::zombieIndices(*observers_); !zombies.empty()) {
-      velto::detail::removeIndices(mutableObservers(), zombies);
-    }
+    if (observers_->hasZombies()) static_cast<void>(mutableObservers().sweepZombies());
     const std::optional<S> previous(std::exchange(mostRecent_, state));
     const std::shared_ptr<const Observers> snapshot = observers_;  // re-entrant changes cannot touch this loop
-    for (const CallbackWrapper& wrapper : *snapshot) {
+    for (const CallbackWrapper& wrapper : snapshot->entries()) {
+      if (Observers::isRemoved(wrapper)) continue;
       VeltoResult<void> delivered = wrapper.closure(state, previous, junction);
       if (delivered.isFailure()) {
         return VeltoResult<void>::fromError(delivered.error(),
@@ -285,7 +282,7 @@ class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<
   [[nodiscard]] const std::shared_ptr<VeltoLogging>& logger() const noexcept { return serialQueue_->logger(); }
 
  private:
-  using Observers = std::vector<CallbackWrapper>;
+  using Observers = velto::detail::ObserverList<S>;
 
   struct PublishScope {
     std::weak_ptr<VeltoStateMachine> machine;
@@ -299,13 +296,12 @@ class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<
 
   void beginDeregisterKey(velto::detail::ObserverKey key) {
     serialQueue_->async([self = this->shared_from_this(), key = std::move(key)] {
-      std::erase_if(self->mutableObservers(),
-                    [&](const CallbackWrapper& wrapper) { return wrapper.keyObject.isSameObserver(key); });
+      self->mutableObservers().removeAll(key);
     });
   }
 
   VeltoResult<void> registerOnQueue(const CallbackWrapper& wrapper, const Via& via) {
-    mutableObservers().push_back(wrapper);
+    mutableObservers().append(wrapper);
     const S current = mostRecent_;  // a copy: the callback may publish while it holds this
     VeltoResult<void> called = wrapper.closure(current, std::nullopt, via);
     if (called.isFailure()) {
