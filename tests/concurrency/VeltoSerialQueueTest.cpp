@@ -5,6 +5,7 @@
 #include <future>
 #include <latch>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "support/FrameNames.hpp"
@@ -111,6 +112,38 @@ TEST_F(VeltoSerialQueueTest, failingAsyncClosureIsLoggedOnceWithTheWholeTrail) {
   queue->async([&] { drained.set_value(); });
   drained.get_future().wait();
   EXPECT_EQ(logger->errors().size(), 1u);
+}
+
+// Deferring the forks to the queue must not change a single frame: the work's trail and a
+// failure's dispatch root equal those of forking on the calling thread and submitting with async.
+TEST_F(VeltoSerialQueueTest, asyncForkingGivesTheTrailOfForkingFirst) {
+  const auto fail = [](std::promise<Via>& seen) {
+    return [&seen](const Via& via) {
+      seen.set_value(via);
+      return VeltoResult<void>::fromMessage("failed");
+    };
+  };
+  const VeltoCodeSite invoker("App", "save()", 7);
+  const VeltoCodeSite forkSite("Store/Box", "beginSave(via:)", 12);
+  std::promise<Via> eager;
+  std::promise<Via> deferred;
+  queue->async(fork(impetus, {}, invoker, forkSite), fail(eager));
+  queue->asyncForking(impetus, invoker, forkSite, fail(deferred));
+  const auto reports = logger->waitForErrors(2);
+  ASSERT_EQ(reports.size(), 2u);
+  const auto frames = [](const Via& via) {
+    std::vector<std::tuple<VeltoCodeSite, std::optional<VeltoCodeSite>, bool>> sites;
+    for (const VeltoStackFrame& frame : via->stackFrames()) {
+      sites.emplace_back(frame.codeSite(), frame.invokerSite(), frame.args().hasValue());
+    }
+    return sites;
+  };
+  EXPECT_EQ(frames(deferred.get_future().get()), frames(eager.get_future().get()));
+  EXPECT_EQ(frames(reports[1].dispatchRoot), frames(reports[0].dispatchRoot));
+  EXPECT_EQ(functionNames(reports[1].dispatchRoot->stackFrames()),
+            (std::vector<std::string_view>{"async(via:) inner",
+                                           "async(errorLogger:via:fileName:functionName:lineNumber:execute:)",
+                                           "async(via:execute:)", "beginSave(via:)", "tap()"}));
 }
 
 TEST_F(VeltoSerialQueueTest, syncFormsReturnValuesAndAddTheirFrameToFailures) {

@@ -46,6 +46,23 @@ VeltoResult<void> invokeWithTrail(F& work, const std::shared_ptr<const VeltoVia>
   }
 }
 
+/// J of trail-keeping `async`: `via` forked with `invokerSite` and the operation's own site.
+inline std::shared_ptr<const VeltoVia> asyncJunction(std::shared_ptr<const VeltoVia> via, VeltoCodeSite invokerSite) {
+  return fork(std::move(via), {}, invokerSite,
+              VELTO_SITE(kDispatchQueueViaFile, "async(errorLogger:via:fileName:functionName:lineNumber:execute:)"));
+}
+
+/// Runs `work` (trail-keeping `async`'s body on the target queue) with the trail `junction`; on
+/// failure reports to `logger` with the inner junction K (parent `junction`, "async(via:) inner")
+/// as dispatch root. K is made only then: nothing but the report can see it.
+template <class F>
+void runAsyncWork(F& work, const std::shared_ptr<const VeltoVia>& junction, VeltoLogging& logger) {
+  const VeltoResult<void> result = invokeWithTrail(work, junction);
+  if (const VeltoError* error = result.errorIfPresent()) {
+    logger.logError(*error, fork(junction, {}, std::nullopt, VELTO_SITE(kDispatchQueueViaFile, "async(via:) inner")));
+  }
+}
+
 /// `seconds` as a steady-clock deadline from now: NaN and negative delays count as 0, delays
 /// beyond 100 years as 100 years (the clock's range ends at about 292).
 std::chrono::steady_clock::time_point deadlineAfterSeconds(double seconds) noexcept;
@@ -77,16 +94,9 @@ void async(VeltoDispatchQueue& queue, std::shared_ptr<VeltoLogging> errorLogger,
            F&& execute, VeltoCodeSite site = VeltoCodeSite::current()) {
   using velto::detail::kDispatchQueueViaFile;
   velto::detail::requireLogger(errorLogger);
-  std::shared_ptr<const VeltoVia> junction =
-      fork(std::move(via), {}, site,
-           VELTO_SITE(kDispatchQueueViaFile, "async(errorLogger:via:fileName:functionName:lineNumber:execute:)"));
+  std::shared_ptr<const VeltoVia> junction = velto::detail::asyncJunction(std::move(via), site);
   queue.async([junction = std::move(junction), logger = std::move(errorLogger),
-               work = std::forward<F>(execute)]() mutable {
-    const std::shared_ptr<const VeltoVia> inner =
-        fork(junction, {}, std::nullopt, VELTO_SITE(kDispatchQueueViaFile, "async(via:) inner"));
-    const VeltoResult<void> result = velto::detail::invokeWithTrail(work, junction);
-    if (const VeltoError* error = result.errorIfPresent()) logger->logError(*error, inner);
-  });
+               work = std::forward<F>(execute)]() mutable { velto::detail::runAsyncWork(work, junction, *logger); });
 }
 
 /// Submits the bare `execute` to run on `queue` after `seconds` on the monotonic clock (0: still

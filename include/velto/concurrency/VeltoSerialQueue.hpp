@@ -21,6 +21,7 @@
 #include "velto/core/VeltoLogging.hpp"
 #include "velto/core/VeltoResult.hpp"
 #include "velto/core/VeltoVia.hpp"
+#include "velto/detail/Fatal.hpp"
 #include "velto/detail/ResultTraits.hpp"
 #include "velto/dispatch/VeltoDispatchQueue.hpp"
 #include "velto/dispatch/VeltoQualityOfService.hpp"
@@ -75,10 +76,25 @@ class VeltoSerialQueue {
   template <class F>
     requires velto::detail::AsyncResultWork<F>
   void async(Via via, F&& execute) {
-    using velto::detail::kSerialQueueFile;
-    Via junction = fork(std::move(via), {}, std::nullopt, VELTO_SITE(kSerialQueueFile, "async(via:execute:)"));
-    ::async(*queue_, logger_, std::move(junction), std::forward<F>(execute),
-            VELTO_SITE(kSerialQueueFile, "async(via:execute:)"));
+    ::async(*queue_, logger_, forkForAsync(std::move(via)), std::forward<F>(execute), asyncSite());
+  }
+
+  /// As `async(fork(via, {}, invokerSite, forkSite), execute)`, with every fork of the trail made
+  /// on this queue when the work runs instead of on the calling thread. The trail `execute`
+  /// receives, and a failure's report, are the same frame for frame; the caller pays for one
+  /// queued item only, and the junctions are made and released by the queue's thread. Meant for
+  /// components whose begin operations hop onto their own queue (a bus publishing events).
+  /// REQUIRES: `via` is not null (fatal stop on the calling thread otherwise).
+  template <class F>
+    requires velto::detail::AsyncResultWork<F>
+  void asyncForking(Via via, std::optional<VeltoCodeSite> invokerSite, VeltoCodeSite forkSite, F&& execute) {
+    if (!via) velto::detail::fatalStop("fork: the trail to fork is null");
+    queue_->async([via = std::move(via), invokerSite, forkSite, logger = logger_,
+                   work = std::forward<F>(execute)]() mutable {
+      const Via junction =
+          velto::detail::asyncJunction(forkForAsync(fork(std::move(via), {}, invokerSite, forkSite)), asyncSite());
+      velto::detail::runAsyncWork(work, junction, *logger);
+    });
   }
 
   /// Runs `execute` on the calling thread as this queue's item and returns what it returns. A
@@ -138,6 +154,10 @@ class VeltoSerialQueue {
   }
 
  private:
+  // The frame `async(via:execute:)` adds before handing the trail to the trail-keeping `async`.
+  static VeltoCodeSite asyncSite() noexcept { return VELTO_SITE(velto::detail::kSerialQueueFile, "async(via:execute:)"); }
+  static Via forkForAsync(Via via) { return fork(std::move(via), {}, std::nullopt, asyncSite()); }
+
   std::shared_ptr<VeltoLogging> logger_;
   std::shared_ptr<VeltoDispatchQueue> queue_;
 };

@@ -152,10 +152,11 @@ class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<
                      VeltoCodeSite site = VeltoCodeSite::current()) {
     using velto::detail::kStateMachineFile;
     auto wrapper = velto::detail::makeCallbackWrapper<S>(observer, std::forward<F>(callback), "VeltoStateMachine");
-    Via junction =
-        fork(std::move(via), {}, site, VELTO_SITE(kStateMachineFile, "beginRegister(observer:callback:via:)"));
-    serialQueue_->async(std::move(junction), [self = this->shared_from_this(), wrapper = std::move(wrapper)](
-                                                 const Via& trail) { return self->registerOnQueue(wrapper, trail); });
+    serialQueue_->asyncForking(std::move(via), site,
+                               VELTO_SITE(kStateMachineFile, "beginRegister(observer:callback:via:)"),
+                               [self = this->shared_from_this(), wrapper = std::move(wrapper)](const Via& trail) {
+                                 return self->registerOnQueue(wrapper, trail);
+                               });
   }
 
   /// As `beginRegister`, returning a handle that deregisters `observer` when it goes. The handle
@@ -197,20 +198,21 @@ class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<
   /// REQUIRES: `via` is not null (fatal stop otherwise).
   void beginRequestProduction(Via via, VeltoCodeSite site = VeltoCodeSite::current()) {
     if (!requestProductionHandler_) return;
-    Via junction =
-        fork(std::move(via), {}, site, VELTO_SITE(velto::detail::kStateMachineFile, "beginRequestProduction(via:)"));
-    serialQueue_->async(std::move(junction), [self = this->shared_from_this()](const Via& trail) {
-      return self->requestProductionOnQueue(trail);
-    });
+    serialQueue_->asyncForking(std::move(via), site,
+                               VELTO_SITE(velto::detail::kStateMachineFile, "beginRequestProduction(via:)"),
+                               [self = this->shared_from_this()](const Via& trail) {
+                                 return self->requestProductionOnQueue(trail);
+                               });
   }
 
   /// Publishes `state` when its turn comes (see `publish`); returns at once. A failure goes to the
   /// machine's logger. REQUIRES: `via` is not null (fatal stop otherwise).
   void beginPublish(S state, Via via, VeltoCodeSite site = VeltoCodeSite::current()) {
-    Via junction =
-        fork(std::move(via), {}, site, VELTO_SITE(velto::detail::kStateMachineFile, "beginPublish(state:via:)"));
-    serialQueue_->async(std::move(junction), [self = this->shared_from_this(), state = std::move(state)](
-                                                 const Via& trail) { return self->publish(state, trail); });
+    serialQueue_->asyncForking(std::move(via), site,
+                               VELTO_SITE(velto::detail::kStateMachineFile, "beginPublish(state:via:)"),
+                               [self = this->shared_from_this(), state = std::move(state)](const Via& trail) {
+                                 return self->publish(state, trail);
+                               });
   }
 
   /// Runs `closure` on the machine's queue with (`mostRecent`, a publish operation, the trail), so
@@ -219,9 +221,7 @@ class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<
   void begin(Via via, Closure closure, VeltoCodeSite site = VeltoCodeSite::current()) {
     using velto::detail::kStateMachineFile;
     if (!closure) velto::detail::fatalStop("VeltoStateMachine: begin(via:onSerialQueue:) closure is empty");
-    Via junction = fork(std::move(via), {}, site, VELTO_SITE(kStateMachineFile, "begin(via:onSerialQueue:)"));
-    serialQueue_->async(std::move(junction), [self = this->shared_from_this(), closure = std::move(closure)](
-                                                 const Via& trail) -> VeltoResult<void> {
+    auto run = [self = this->shared_from_this(), closure = std::move(closure)](const Via& trail) -> VeltoResult<void> {
       auto scope = std::make_shared<PublishScope>();
       scope->machine = self;
       const S current = self->mostRecent_;  // a copy: the closure may publish while it holds this
@@ -231,7 +231,9 @@ class VeltoStateMachine : public std::enable_shared_from_this<VeltoStateMachine<
         return VeltoResult<void>::fromError(result.error(), {}, VELTO_SITE(kStateMachineFile, "begin(via:onSerialQueue:)"));
       }
       return VeltoResultVoidSuccess;
-    });
+    };
+    serialQueue_->asyncForking(std::move(via), site, VELTO_SITE(kStateMachineFile, "begin(via:onSerialQueue:)"),
+                               std::move(run));
   }
 
   /// The publication step; call it only from the machine's queue. Off the queue it changes
