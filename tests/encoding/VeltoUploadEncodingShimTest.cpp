@@ -143,14 +143,6 @@ TEST(VeltoUploadEncodingShim, passesEncoderFailuresUpUnchanged) {
   }
 }
 
-TEST(VeltoUploadEncodingShim, sharesItsContents) {
-  auto contents = std::make_shared<const std::vector<std::string>>(std::vector<std::string>{"x"});
-  const VeltoUploadEncodingShim shim(contents);
-  const VeltoUploadEncodingShim copy = shim;
-  EXPECT_EQ(copy.contents().get(), contents.get());
-  EXPECT_EQ(text(copy.makeJsonData()), "[\"x\"]");
-}
-
 // Random flat forms decode, with a general-purpose URL library, back to the entries written.
 TEST(VeltoUploadEncodingShim, randomFormsDecodeBackToTheirEntries) {
   std::mt19937 random(99);

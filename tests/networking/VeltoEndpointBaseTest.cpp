@@ -226,22 +226,6 @@ TEST(VeltoEndpointBase, classifiesRandomCompletionsAsTheRulesSay) {
   }
 }
 
-// The asymmetries kept on purpose, one example each.
-TEST(VeltoEndpointBase, keepsTheStatusAsymmetries) {
-  const auto impetus = VeltoImpetus::create("asymmetries");
-  const std::vector<std::pair<std::int64_t, std::string_view>> expected{
-      {401, "nonUserHttpError"}, {403, "unauthorized"}, {400, "userError"},      {404, "nonUserHttpError"},
-      {500, "nonUserHttpError"}, {302, "nonUserHttpError"}, {100, "nonUserHttpError"}, {402, "nonUserHttpError"},
-      {299, "applicationError"}, {226, "success"}, {204, "success"}};
-  for (const auto& [code, caseName] : expected) {
-    Recorder recorder;
-    auto endpoint = makeEndpoint(recorder);
-    ASSERT_TRUE(endpoint->store({}, impetus).hasValue());
-    ASSERT_TRUE(endpoint->completed(code, nullptr, impetus).hasValue());
-    EXPECT_EQ(recorder.outcomes.at(0).caseName(), caseName) << code;
-  }
-}
-
 TEST(VeltoEndpointBase, storingReplacesTheBodyAndAnEmptyBodyIsParsed) {
   const auto impetus = VeltoImpetus::create("store");
   Recorder recorder;
@@ -263,28 +247,6 @@ TEST(VeltoEndpointBase, storingReplacesTheBodyAndAnEmptyBodyIsParsed) {
   ASSERT_TRUE(endpoint->store({}, impetus).hasValue());
   ASSERT_TRUE(endpoint->completed(204, nullptr, impetus).hasValue());
   EXPECT_EQ(recorder.outcomes.at(1).getIf<Outcome::Success>()->payload, "") << "204 parses the empty body";
-}
-
-TEST(VeltoEndpointBase, connectivityIsReadFromTheInnermostErrorOfAnyDomain) {
-  const auto impetus = VeltoImpetus::create("chains");
-  auto completeWith = [&](std::shared_ptr<const VeltoPlatformError> error) {
-    Recorder recorder;
-    auto endpoint = makeEndpoint(recorder);
-    EXPECT_TRUE(endpoint->completed(std::nullopt, std::move(error), impetus).hasValue());
-    return std::string(recorder.outcomes.at(0).caseName());
-  };
-  const auto notConnected = VeltoPlatformError::make("SomeOtherDomain", -1009, "offline");
-  EXPECT_EQ(completeWith(VeltoPlatformError::make("Wrapper", 7, "outer", {}, notConnected)), "connectivityError");
-  // The outer -999 does not count when the innermost error says the network is down.
-  EXPECT_EQ(completeWith(VeltoPlatformError::make("NSURLErrorDomain", -999, "cancelled", {}, notConnected)),
-            "connectivityError");
-  EXPECT_EQ(completeWith(VeltoPlatformError::make("NSURLErrorDomain", -999, "cancelled")), "cancelled");
-  EXPECT_EQ(completeWith(VeltoPlatformError::make("NSPOSIXErrorDomain", -999, "other domain")),
-            "nonConnectivityNetworkError");
-  // -999 counts only on the outermost error.
-  EXPECT_EQ(completeWith(VeltoPlatformError::make("Wrapper", 1, "outer", {},
-                                                  VeltoPlatformError::make("NSURLErrorDomain", -999, "inner"))),
-            "nonConnectivityNetworkError");
 }
 
 // A hand-written error type whose chain loops must not hang the classification.

@@ -31,23 +31,4 @@ TEST(VeltoEndpointOutcome, printsCaseNamesAndLabelledPayloads) {
   EXPECT_NE(dump(Outcome::nonConnectivityNetworkError(VeltoError("boom"))).find("\"boom\""), std::string::npos);
 }
 
-TEST(VeltoEndpointOutcome, namesAndExposesItsCase) {
-  const std::vector<std::pair<Outcome, std::string_view>> all{
-      {Outcome::applicationError(VeltoError("a")), "applicationError"},
-      {Outcome::nonConnectivityNetworkError(VeltoError("n")), "nonConnectivityNetworkError"},
-      {Outcome::nonUserHttpError(VeltoHttpStatusCode::notFound, {}), "nonUserHttpError"},
-      {Outcome::success(VeltoHttpStatusCode::ok, {}), "success"},
-      {Outcome::userError(VeltoHttpStatusCode::badRequest, {}), "userError"},
-      {Outcome::cancelled(), "cancelled"},
-      {Outcome::connectivityError(), "connectivityError"},
-      {Outcome::unauthorized(), "unauthorized"}};
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    EXPECT_EQ(all[i].first.caseName(), all[i].second);
-    EXPECT_EQ(all[i].first.cases().index(), i) << "cases in declaration order";
-  }
-  EXPECT_TRUE(all[3].first.is<Outcome::Success>());
-  EXPECT_EQ(all[2].first.getIf<Outcome::NonUserHttpError>()->statusCode, VeltoHttpStatusCode::notFound);
-  EXPECT_EQ(all[2].first.getIf<Outcome::Success>(), nullptr);
-}
-
 }  // namespace
