@@ -94,9 +94,11 @@ TEST(VeltoSortedTupleArray, makeSortsAnyRangeAndRefusesRepeatedKeys) {
   EXPECT_EQ(made.value()[2].key, 3);
 
   // A range of temporaries.
+#if !defined(__clang__) || __clang_major__ >= 15  // clang 14 cannot build libstdc++ 12's range adaptors
   const auto squares = VeltoSortedTupleArray<int, int>::make(
       std::views::iota(0, 100) | std::views::reverse | std::views::transform([](int i) { return std::pair(i, i * i); }));
   EXPECT_EQ(*squares.value().find(9), 81);
+#endif
 
   const auto repeated = Table::make({{1, 10}, {2, 20}, {1, 30}});
   ASSERT_TRUE(repeated.isFailure());

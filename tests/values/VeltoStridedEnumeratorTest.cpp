@@ -171,8 +171,10 @@ TEST(VeltoStridedEnumerator, worksWithRangeAlgorithms) {
   EXPECT_EQ((*it).value, 56);
   EXPECT_EQ(std::ranges::distance(steps), 15);
   EXPECT_EQ(steps.end()[-1].value, 98);
+#if !defined(__clang__) || __clang_major__ >= 15  // clang 14 cannot build libstdc++ 12's range adaptors
   auto reversed = steps | std::views::reverse;
   EXPECT_EQ((*reversed.begin()).offset, 14);
+#endif
 }
 
 TEST(VeltoStridedEnumeratorDeathTest, offsetsOutOfRangeStop) {

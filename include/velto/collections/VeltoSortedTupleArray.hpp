@@ -16,6 +16,7 @@
 #include <concepts>
 #include <cstddef>
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <ranges>
 #include <utility>
@@ -71,27 +72,11 @@ class VeltoSortedTupleArray {
              requires(std::ranges::range_reference_t<Range> pair) { Entry{Key(pair.first), Value(pair.second)}; }
   [[nodiscard]] static VeltoResult<VeltoSortedTupleArray> make(Range&& entries, Compare compare = Compare(),
                                                               VeltoCodeSite site = VeltoCodeSite::current()) {
-    VeltoSortedTupleArray array(std::move(compare));
-    if constexpr (std::ranges::sized_range<Range>) array.entries_.reserve(static_cast<std::size_t>(std::ranges::size(entries)));
-    for (auto&& entry : entries) {
-      if constexpr (std::constructible_from<Entry, std::ranges::range_reference_t<Range>>) {
-        array.entries_.push_back(Entry(std::forward<decltype(entry)>(entry)));
-      } else {
-        array.entries_.push_back(Entry{Key(std::forward<decltype(entry)>(entry).first), Value(std::forward<decltype(entry)>(entry).second)});
-      }
-    }
-    std::stable_sort(array.entries_.begin(), array.entries_.end(),
-                     [&array](const Entry& lhs, const Entry& rhs) { return array.compare_(lhs.key, rhs.key); });
-    for (std::size_t i = 1; i < array.entries_.size(); ++i) {
-      if (!array.compare_(array.entries_[i - 1].key, array.entries_[i].key)) {
-        return VeltoResult<VeltoSortedTupleArray>::fromMessage("Duplicate key", {{"key", array.entries_[i].key}}, nullptr, site);
-      }
-    }
-    return array;
+    return makeFrom(std::forward<Range>(entries), std::move(compare), site);
   }
   [[nodiscard]] static VeltoResult<VeltoSortedTupleArray> make(std::initializer_list<Entry> entries, Compare compare = Compare(),
                                                               VeltoCodeSite site = VeltoCodeSite::current()) {
-    return make(std::views::all(entries), std::move(compare), site);
+    return makeFrom(entries, std::move(compare), site);
   }
 
   // ---- Access ----
@@ -213,6 +198,27 @@ class VeltoSortedTupleArray {
   }
 
  private:
+  template <class Range>
+  static VeltoResult<VeltoSortedTupleArray> makeFrom(Range&& entries, Compare compare, VeltoCodeSite site) {
+    VeltoSortedTupleArray array(std::move(compare));
+    if constexpr (std::ranges::sized_range<Range>) array.entries_.reserve(static_cast<std::size_t>(std::ranges::size(entries)));
+    for (auto&& entry : entries) {
+      if constexpr (std::constructible_from<Entry, std::ranges::range_reference_t<Range>>) {
+        array.entries_.push_back(Entry(std::forward<decltype(entry)>(entry)));
+      } else {
+        array.entries_.push_back(Entry{Key(std::forward<decltype(entry)>(entry).first), Value(std::forward<decltype(entry)>(entry).second)});
+      }
+    }
+    std::stable_sort(array.entries_.begin(), array.entries_.end(),
+                     [&array](const Entry& lhs, const Entry& rhs) { return array.compare_(lhs.key, rhs.key); });
+    for (std::size_t i = 1; i < array.entries_.size(); ++i) {
+      if (!array.compare_(array.entries_[i - 1].key, array.entries_[i].key)) {
+        return VeltoResult<VeltoSortedTupleArray>::fromMessage("Duplicate key", {{"key", array.entries_[i].key}}, nullptr, site);
+      }
+    }
+    return array;
+  }
+
   void checkIndex(Index index) const {
     if (index < 0 || index >= count()) velto::detail::fatalStop("VeltoSortedTupleArray: index out of range");
   }
@@ -221,9 +227,12 @@ class VeltoSortedTupleArray {
   template <class AtOrAfter>
   Index boundary(const AtOrAfter& atOrAfter) const {
     const Entry* data = entries_.data();
-    const Index first = velto::detail::sorted_array::firstMatchByBisection(
-        0, count(), [&](Index i) { return static_cast<bool>(atOrAfter(data[i].key)); },
-        [data](Index i) { __builtin_prefetch(data + i); });
+    const auto at = [&](Index i) { return static_cast<bool>(atOrAfter(data[i].key)); };
+    // Prefetching pays only once the array outgrows the caches; below that it is pure overhead.
+    const Index first = count() * static_cast<Index>(sizeof(Entry)) < kPrefetchFromBytes
+                            ? velto::detail::sorted_array::firstMatchByBisection(0, count(), at)
+                            : velto::detail::sorted_array::firstMatchByBisection(0, count(), at,
+                                                                                 [data](Index i) { __builtin_prefetch(data + i); });
     return first == velto::detail::sorted_array::kNoIndex ? count() : first;
   }
 
@@ -233,6 +242,8 @@ class VeltoSortedTupleArray {
     if (at < count() && !compare_(key, entries_[static_cast<std::size_t>(at)].key)) return at;
     return velto::detail::sorted_array::kNoIndex;
   }
+
+  static constexpr Index kPrefetchFromBytes = Index{1} << 18;
 
   std::vector<Entry> entries_;
   [[no_unique_address]] Compare compare_{};
