@@ -91,28 +91,17 @@ TEST(VeltoDomain, ofIntegersDecidesMembershipAndClampsAsTheDoubleDomain) {
   }
 }
 
+// The conversion itself is pinned in VeltoScalarInterpolableTest; here, that each mapping into an
+// integer domain goes through it.
 TEST(VeltoDomain, integerResultsRoundToNearestAndSaturate) {
   const VeltoDomain<int> pixels(0, 1920), flipped(1080, 0);
-  EXPECT_EQ(pixels.normalizeOpen(480), 0.25);
   EXPECT_EQ(pixels.lerpOpen(480, flipped), 810);
-  EXPECT_EQ(VeltoDoubleDomain::normal.lerpOpen(0.25, pixels), 480);
-  EXPECT_EQ(VeltoDoubleDomain::normal.lerpOpen(0.00026, pixels), 0) << "0.4992 rounds down";
   EXPECT_EQ(VeltoDoubleDomain::normal.lerpOpen(0.00027, pixels), 1) << "0.5184 rounds up";
-  EXPECT_EQ(VeltoDomain<int>(0, 3).denormalizeOpen(0.5), 2) << "1.5: halves away from zero";
-  EXPECT_EQ(VeltoDomain<int>(0, -3).denormalizeOpen(0.5), -2);
-  EXPECT_EQ(VeltoDoubleDomain::normal.lerpOpen(1e30, pixels), std::numeric_limits<int>::max());
+  EXPECT_EQ(VeltoDomain<int>(0, -3).denormalizeOpen(0.5), -2) << "-1.5: halves away from zero";
   EXPECT_EQ(VeltoDoubleDomain::normal.lerpOpen(-1e30, pixels), std::numeric_limits<int>::min());
-  EXPECT_EQ(VeltoDoubleDomain::normal.lerpOpen(kNaN, pixels), 0) << "no NaN in int";
   EXPECT_EQ(VeltoDoubleDomain::normal.lerpClamped(kNaN, pixels), 1920) << "the clamped position of NaN is 1";
   EXPECT_EQ(VeltoDoubleDomain::normal.lerpModulo(1.25, pixels), 480);
-  EXPECT_EQ(VeltoDoubleDomain::normal.lerpOpen(-2, VeltoDomain<std::uint8_t>(0, 255)), 0) << "unsigned saturates at 0";
-  EXPECT_EQ(VeltoDoubleDomain::normal.lerpOpen(1e300, VeltoDomain<float>(0, 1)), std::numeric_limits<float>::infinity());
-
-  const VeltoDomain<int> ten(0, 10);
-  EXPECT_EQ(ten.modulo(13), 3);
-  EXPECT_EQ(ten.modulo(-3), 7);
-  EXPECT_EQ(ten.modulo(10), 0);
-  EXPECT_EQ(ten.denormalizeClamped(2), 10);
+  EXPECT_EQ(VeltoDomain<int>(0, 10).modulo(-3), 7);
 }
 
 TEST(VeltoDomain, wideIntegerBoundsNeverOverflow) {
@@ -163,14 +152,11 @@ TEST(VeltoDomain, worksOverTypesOfYourOwn) {
   EXPECT_EQ(backwards.closedRange(), VeltoClosedRange<std::string>("apple", "pear"));
 }
 
-TEST(VeltoDomain, convertsToAndFromItsRelatives) {
+TEST(VeltoDomain, convertsToItsRelativesAndHashesWithItsOrientation) {
   EXPECT_EQ(VeltoDomain<double>(VeltoDoubleDomain::normalReversed).doubleDomain(), VeltoDoubleDomain::normalReversed);
-  EXPECT_EQ(VeltoDomain<int>(VeltoClosedRange<int>(2, 5)), VeltoDomain<int>(2, 5));
   EXPECT_EQ(VeltoDomain<int>(5, 2).closedRange(), VeltoClosedRange<int>(2, 5));
-  EXPECT_EQ(VeltoDomain<int>::fromDiscrete(4).reversed(), VeltoDomain<int>(4, 4));
-  EXPECT_EQ(VeltoDomain<int>(1, 2).replacingMin(0).replacingMax(9), VeltoDomain<int>(0, 9));
   std::unordered_set<VeltoDomain<int>> seen{VeltoDomain<int>(1, 2), VeltoDomain<int>(2, 1), VeltoDomain<int>(1, 2)};
-  EXPECT_EQ(seen.size(), 2u) << "orientation is part of identity";
+  EXPECT_EQ(seen.size(), 2u);
 }
 
 TEST(VeltoDomain, debugOutputNamesTheBounds) {
