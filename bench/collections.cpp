@@ -295,3 +295,133 @@ VELTO_BENCH_RATIO(BM_UnorderedMapFindHit, BM_TextbookLruHit, "bare unordered_map
 VELTO_BENCH_RATIO(BM_VeltoCountCacheMissEvicting, BM_TextbookLruMissEvicting,
                   "count cache miss with eviction vs textbook LRU + mutex (target <= 1)");
 // ==== End of link-list-based caches ===========================================================
+
+// ==== Keyed sorted array ======================================================================
+// VeltoSortedTupleArray::find beside std::map::find over the same int keys, half of the lookups
+// missing: the flat array's bisection against the tree's pointer chase. Self-contained section.
+#include <velto/collections/VeltoSortedTupleArray.hpp>
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <map>
+#include <random>
+#include <vector>
+
+#include "support/BenchMain.hpp"
+
+namespace {
+
+constexpr std::size_t kKeyedProbeCount = 1 << 16;  // cycled through by masking
+
+// n even keys 0, 2, 4, ... and probes spread over them and the odd gaps (misses).
+struct KeyedData {
+  std::vector<int> keys;
+  std::vector<int> probes;
+};
+
+const KeyedData& keyedData(int n) {
+  static std::map<int, KeyedData> cache;
+  auto [it, inserted] = cache.try_emplace(n);
+  if (inserted) {
+    std::mt19937 random(7);
+    for (int i = 0; i < n; ++i) it->second.keys.push_back(2 * i);
+    std::uniform_int_distribution<int> probe(0, 2 * n - 1);
+    for (std::size_t i = 0; i < kKeyedProbeCount; ++i) it->second.probes.push_back(probe(random));
+  }
+  return it->second;
+}
+
+void BM_VeltoSortedTupleArrayFind(benchmark::State& state) {
+  const KeyedData& data = keyedData(static_cast<int>(state.range(0)));
+  VeltoSortedTupleArray<int, int> table;
+  for (int key : data.keys) table.setValue(key, key);
+  std::size_t next = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(table.find(data.probes[next++ & (kKeyedProbeCount - 1)]));
+  }
+}
+BENCHMARK(BM_VeltoSortedTupleArrayFind)->Arg(64)->Arg(1'000'000);
+
+void BM_StdMapFind(benchmark::State& state) {
+  const KeyedData& data = keyedData(static_cast<int>(state.range(0)));
+  std::map<int, int> table;
+  for (int key : data.keys) table.emplace(key, key);
+  std::size_t next = 0;
+  for (auto _ : state) {
+    const auto found = table.find(data.probes[next++ & (kKeyedProbeCount - 1)]);
+    benchmark::DoNotOptimize(found == table.end() ? nullptr : &found->second);
+  }
+}
+BENCHMARK(BM_StdMapFind)->Arg(64)->Arg(1'000'000);
+
+}  // namespace
+
+VELTO_BENCH_RATIO(BM_VeltoSortedTupleArrayFind/64, BM_StdMapFind/64, "keyed sorted array find vs std::map::find, 64 keys (target <= 1)");
+VELTO_BENCH_RATIO(BM_VeltoSortedTupleArrayFind/1000000, BM_StdMapFind/1000000,
+                  "keyed sorted array find vs std::map::find, 1,000,000 keys (target <= 1)");
+// ==== End of keyed sorted array ===============================================================
+
+// ==== Parallel partitioned work ===============================================================
+// VeltoArrayUtil::parallelPartitionedWork beside the plain loop it replaces: a sum of a few
+// transcendental functions over 4 million doubles, in 2, 8 and 64 partitions. Wall-clock time on both
+// sides; the ratio is the inverse of the speed-up. Self-contained section.
+#include <velto/collections/VeltoArrayUtil.hpp>
+
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <numeric>
+#include <span>
+#include <vector>
+
+#include "support/BenchMain.hpp"
+
+namespace {
+
+constexpr std::size_t kPartitionedCount = 4'000'000;
+
+const std::vector<double>& partitionedInput() {
+  static const std::vector<double> input = [] {
+    std::vector<double> values(kPartitionedCount);
+    for (std::size_t i = 0; i < values.size(); ++i) values[i] = 1.0 + static_cast<double>(i % 1000) / 7.0;
+    return values;
+  }();
+  return input;
+}
+
+double weigh(std::span<const double> values) {
+  double sum = 0;
+  for (double v : values) sum += std::sqrt(v) * std::log(v) + std::sin(v);
+  return sum;
+}
+
+void BM_VeltoParallelPartitionedWork(benchmark::State& state) {
+  const std::vector<double>& input = partitionedInput();
+  const auto partitions = static_cast<std::size_t>(state.range(0));
+  for (auto _ : state) {
+    std::vector<double> sums(partitions);
+    const auto done = VeltoArrayUtil::parallelPartitionedWork(
+        std::span(input), partitions,
+        [&sums](std::span<const double> part, const VeltoArrayUtil::Partition& partition) { sums[partition.index] = weigh(part); });
+    benchmark::DoNotOptimize(done.hasValue());
+    benchmark::DoNotOptimize(std::accumulate(sums.begin(), sums.end(), 0.0));
+  }
+}
+BENCHMARK(BM_VeltoParallelPartitionedWork)->Arg(2)->Arg(8)->Arg(64)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void BM_SequentialLoop(benchmark::State& state) {
+  const std::vector<double>& input = partitionedInput();
+  for (auto _ : state) benchmark::DoNotOptimize(weigh(input));
+}
+BENCHMARK(BM_SequentialLoop)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+VELTO_BENCH_RATIO(BM_VeltoParallelPartitionedWork/2/real_time, BM_SequentialLoop/real_time,
+                  "parallel partitioned work vs sequential loop, 2 partitions (1/speed-up; 0.5 is ideal on 2 idle cores)");
+VELTO_BENCH_RATIO(BM_VeltoParallelPartitionedWork/8/real_time, BM_SequentialLoop/real_time,
+                  "parallel partitioned work vs sequential loop, 8 partitions (1/speed-up; 0.5 is ideal on 2 idle cores)");
+VELTO_BENCH_RATIO(BM_VeltoParallelPartitionedWork/64/real_time, BM_SequentialLoop/real_time,
+                  "parallel partitioned work vs sequential loop, 64 partitions (1/speed-up; 0.5 is ideal on 2 idle cores)");
+// ==== End of parallel partitioned work ========================================================

@@ -833,7 +833,7 @@ class VeltoSortedArray {
   {
     if (count_ != other.count_) return false;
     for (std::size_t i = 0; i < elements_.size(); ++i) {
-      if (!elements_[i].equals(other.elements_[i], tolerance)) return false;
+      if (!velto::detail::equalsWithin(elements_[i], other.elements_[i], tolerance)) return false;
     }
     return true;
   }

@@ -22,11 +22,14 @@
 
 #include "velto/core/VeltoResult.hpp"
 #include "velto/values/VeltoPrecision.hpp"
+#include "velto/values/VeltoScalarInterpolable.hpp"
 
 class VeltoKeyedEncodingContainer;
 class VeltoDynamicDebugEncoder;
 template <class T>
 class VeltoResult;
+template <class T>
+class VeltoDomain;
 
 /// An oriented interval: `min` (the start), `max` (the end) and `range` (max - min, computed at
 /// construction and stored). Regular, immutable value type; every operation is pure arithmetic
@@ -116,6 +119,15 @@ class VeltoDoubleDomain {
   [[nodiscard]] double lerpClamped(double x, const VeltoDoubleDomain& into) const noexcept;
   /// x wrapped into this domain, then mapped: into.denormalizeOpen(normalizeModulo(x)).
   [[nodiscard]] double lerpModulo(double x, const VeltoDoubleDomain& into) const noexcept;
+  /// The same three mappings into a domain of any scalar type (defined in VeltoDomain.hpp): the
+  /// double result converted by VeltoScalarInterpolable's rules, so into integers it rounds to
+  /// nearest and saturates.
+  template <VeltoScalarInterpolable T>
+  [[nodiscard]] T lerpOpen(double x, const VeltoDomain<T>& into) const;
+  template <VeltoScalarInterpolable T>
+  [[nodiscard]] T lerpClamped(double x, const VeltoDomain<T>& into) const;
+  template <VeltoScalarInterpolable T>
+  [[nodiscard]] T lerpModulo(double x, const VeltoDomain<T>& into) const;
   /// Each bound moved `ratio` of the way towards the target's bound of the same name.
   [[nodiscard]] VeltoDoubleDomain lerpOpenTowards(double ratio, const VeltoDoubleDomain& towards) const noexcept;
 
