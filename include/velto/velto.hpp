@@ -47,7 +47,6 @@
 #include "velto/encoding/VeltoEncodableAddress.hpp"
 #include "velto/encoding/VeltoEncoder.hpp"
 #include "velto/encoding/VeltoFallbackLogger.hpp"
-#include "velto/encoding/VeltoRangeUploadEncoding.hpp"
 #include "velto/encoding/VeltoRawRepresentable.hpp"
 #include "velto/encoding/VeltoSensitiveData.hpp"
 #include "velto/encoding/VeltoSensitiveString.hpp"

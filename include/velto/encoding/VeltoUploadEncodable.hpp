@@ -33,6 +33,8 @@
 //   an enumeration E with                   its case NAME as text, not its raw value ("post", not
 //       VeltoUploadsCaseName<E> = true      "POST"); deliberate: a type that wants its raw value
 //                                           on the wire writes its own operations
+//   VeltoClosedRange<T>, VeltoDomain<T>,    an object {"min": lower, "max": upper}, the bounds as
+//       VeltoDoubleDomain                   stored (a reversed domain sends min above max)
 // int, short, float, other widths and char types deliberately have none: `int` uploads would
 // silently depend on the platform's width, and float would widen to a different decimal text.
 //
@@ -266,3 +268,6 @@ struct VeltoUploadConformance<std::vector<T, Allocator>> : velto::detail::Collec
 template <VeltoUploadEncodable T, class Hash, class Equal, class Allocator>
 struct VeltoUploadConformance<std::unordered_set<T, Hash, Equal, Allocator>>
     : velto::detail::CollectionUploadForms<std::unordered_set<T, Hash, Equal, Allocator>> {};
+
+// The range types of values/ conform too ("min", "max").
+#include "velto/encoding/detail/RangeUploadConformance.hpp"  // IWYU pragma: export

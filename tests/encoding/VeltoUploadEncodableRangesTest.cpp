@@ -1,4 +1,4 @@
-#include <velto/encoding/VeltoRangeUploadEncoding.hpp>
+#include <velto/encoding/VeltoUploadEncodable.hpp>
 
 #include <gtest/gtest.h>
 
@@ -50,7 +50,7 @@ Placed placed(const T& value) {
   return out;
 }
 
-TEST(VeltoRangeUploadEncoding, writesMinAndMaxAtEveryDestination) {
+TEST(VeltoUploadEncodableRanges, writesMinAndMaxAtEveryDestination) {
   const Placed range = placed(VeltoClosedRange<double>(0.5, 2));
   EXPECT_EQ(range.whole, R"({"min":0.5,"max":2})");
   EXPECT_EQ(range.keyed, R"({"k":{"min":0.5,"max":2}})");
@@ -61,7 +61,7 @@ TEST(VeltoRangeUploadEncoding, writesMinAndMaxAtEveryDestination) {
   EXPECT_EQ(placed(std::vector<VeltoDomain<double>>{}).keyed, R"({"k":[]})");
 }
 
-TEST(VeltoRangeUploadEncoding, aNonFiniteBoundFailsAsTheEncoderSays) {
+TEST(VeltoUploadEncodableRanges, aNonFiniteBoundFailsAsTheEncoderSays) {
   VeltoEncodingDocument document;
   auto encoder = document.encoder();
   const auto written = encodeValueForUpload(VeltoDomain<double>(0, std::numeric_limits<double>::infinity()), encoder);
@@ -73,7 +73,7 @@ TEST(VeltoRangeUploadEncoding, aNonFiniteBoundFailsAsTheEncoderSays) {
 
 // Whatever finite bounds a double domain has, its upload is the object of "min" and "max" in
 // that order, each in its shortest round-trip form (which std::from_chars reads back exactly).
-TEST(VeltoRangeUploadEncoding, doubleDomainsUploadTheirExactBounds) {
+TEST(VeltoUploadEncodableRanges, doubleDomainsUploadTheirExactBounds) {
   std::mt19937_64 random(29);
   const auto shortest = [](double value) {
     char text[64];

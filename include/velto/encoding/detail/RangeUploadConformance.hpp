@@ -1,23 +1,15 @@
-// The upload encoding of the numeric range types: VeltoClosedRange, VeltoDomain and
+// The upload conformances of the numeric range types: VeltoClosedRange, VeltoDomain and
 // VeltoDoubleDomain travel in request bodies as an object {"min": ..., "max": ...}.
 //
-//   #include <velto/encoding/VeltoRangeUploadEncoding.hpp>   // where ranges are uploaded
-//   struct Search : VeltoUploadEncodableObject<Search> {
-//     VeltoClosedRange<double> price{0, 250};
-//     VeltoResult<void> encodeFieldsForUpload(VeltoKeyedEncodingContainer& c) const {
-//       return encodeValueForUpload(price, c, "price");          // "price": {"min": 0, "max": 250}
-//     }
-//   };
-//
-// Like every VeltoUploadConformance specialisation, these must be visible wherever a range's
-// upload-encodability is asked (include this header, or velto.hpp, there).
+// Included only at the end of VeltoUploadEncodable.hpp, so that these conformances are visible
+// wherever the concept is: a conformance seen in one file and not in another would make the
+// concept answer differently for the same type.
 #pragma once
 
 #include <string_view>
 
 #include "velto/core/VeltoResult.hpp"
 #include "velto/encoding/VeltoEncoder.hpp"
-#include "velto/encoding/VeltoUploadEncodable.hpp"
 #include "velto/values/VeltoClosedRange.hpp"
 #include "velto/values/VeltoDomain.hpp"
 #include "velto/values/VeltoDoubleDomain.hpp"
