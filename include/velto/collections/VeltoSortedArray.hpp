@@ -23,6 +23,7 @@
 #include <iterator>
 #include <optional>
 #include <ranges>
+#include <span>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -403,7 +404,7 @@ class VeltoSortedArray {
   [[nodiscard]] static VeltoSortedArray fromUnsorted(std::initializer_list<Element> unsorted,
                                                      std::optional<std::size_t> binarySearchThreshold,
                                                      Ordering areInIncreasingOrder) {
-    return fromUnsorted(std::views::all(unsorted), binarySearchThreshold, std::move(areInIncreasingOrder));
+    return fromUnsorted(spanOf(unsorted), binarySearchThreshold, std::move(areInIncreasingOrder));
   }
   /// Ordered by `<`, default threshold.
   template <std::ranges::input_range Range>
@@ -412,7 +413,7 @@ class VeltoSortedArray {
     return fromUnsorted(std::forward<Range>(unsorted), std::nullopt, Ordering(std::less<Element>()));
   }
   [[nodiscard]] static VeltoSortedArray fromUnsorted(std::initializer_list<Element> unsorted) {
-    return fromUnsorted(std::views::all(unsorted), std::nullopt, Ordering(std::less<Element>()));
+    return fromUnsorted(spanOf(unsorted), std::nullopt, Ordering(std::less<Element>()));
   }
 
   /// The elements of `sorted`, taken as they are. REQUIRES: already in order; not checked (an
@@ -429,7 +430,7 @@ class VeltoSortedArray {
   [[nodiscard]] static VeltoSortedArray fromSorted(std::initializer_list<Element> sorted,
                                                    std::optional<std::size_t> binarySearchThreshold,
                                                    Ordering areInIncreasingOrder) {
-    return fromSorted(std::views::all(sorted), binarySearchThreshold, std::move(areInIncreasingOrder));
+    return fromSorted(spanOf(sorted), binarySearchThreshold, std::move(areInIncreasingOrder));
   }
   template <std::ranges::input_range Range>
     requires std::constructible_from<Element, std::ranges::range_reference_t<Range>>
@@ -437,7 +438,7 @@ class VeltoSortedArray {
     return fromSorted(std::forward<Range>(sorted), std::nullopt, Ordering(std::less<Element>()));
   }
   [[nodiscard]] static VeltoSortedArray fromSorted(std::initializer_list<Element> sorted) {
-    return fromSorted(std::views::all(sorted), std::nullopt, Ordering(std::less<Element>()));
+    return fromSorted(spanOf(sorted), std::nullopt, Ordering(std::less<Element>()));
   }
 
   // ---- Access ------------------------------------------------------------------------------
@@ -498,7 +499,7 @@ class VeltoSortedArray {
     elements_.reserve(elements_.size() + incoming.size());
     for (Element& element : incoming) insert(std::move(element));
   }
-  void insertContentsOf(std::initializer_list<Element> elements) { insertContentsOf(std::views::all(elements)); }
+  void insertContentsOf(std::initializer_list<Element> elements) { insertContentsOf(spanOf(elements)); }
 
   /// Removes and returns the element at `index`. REQUIRES: 0 <= index < count() (fatal stop).
   Element removeAt(Index index) {
@@ -850,6 +851,11 @@ class VeltoSortedArray {
 
   static constexpr Index kStraddlingNone = -2;
   static constexpr Index kStraddlingBeforeFirst = -1;
+
+  // An initializer list as a range (std::views::all of one does not compile with clang 14).
+  static std::span<const Element> spanOf(std::initializer_list<Element> list) noexcept {
+    return {list.begin(), list.size()};
+  }
 
   template <class Range>
   static std::vector<Element> collect(Range&& range) {
