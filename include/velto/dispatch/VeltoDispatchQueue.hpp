@@ -25,6 +25,7 @@ namespace velto::detail {
 class WorkRef {
  public:
   template <class F>
+    requires(!std::is_same_v<std::remove_cv_t<F>, WorkRef>)  // copies stay copies, not references to a reference
   explicit WorkRef(F& work) noexcept
       : object_(static_cast<void*>(std::addressof(work))), call_([](void* object) { (*static_cast<F*>(object))(); }) {}
   void operator()() const { call_(object_); }
