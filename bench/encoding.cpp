@@ -190,7 +190,10 @@ std::vector<std::unique_ptr<Base>> mixedObjects() {
 void BM_VeltoTypeNameOfDynamicType(benchmark::State& state) {
   const auto objects = mixedObjects();
   for (auto _ : state) {
-    for (const auto& object : objects) benchmark::DoNotOptimize(velto::detail::typeName(typeid(*object)).size());
+    for (const auto& object : objects) {
+      const auto& pointee = *object;
+      benchmark::DoNotOptimize(velto::detail::typeName(typeid(pointee)).size());
+    }
   }
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(objects.size()));
 }
@@ -200,7 +203,10 @@ BENCHMARK(BM_VeltoTypeNameOfDynamicType);
 void BM_BoostCoreDemangle(benchmark::State& state) {
   const auto objects = mixedObjects();
   for (auto _ : state) {
-    for (const auto& object : objects) benchmark::DoNotOptimize(boost::core::demangle(typeid(*object).name()).size());
+    for (const auto& object : objects) {
+      const auto& pointee = *object;
+      benchmark::DoNotOptimize(boost::core::demangle(typeid(pointee).name()).size());
+    }
   }
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(objects.size()));
 }
