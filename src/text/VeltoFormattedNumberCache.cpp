@@ -27,9 +27,9 @@ VeltoResult<std::string> VeltoFormattedNumberCache::formatInteger(std::int64_t i
                                                                   const std::shared_ptr<const VeltoIntegerFormattable>& format,
                                                                   std::string_view localeIdentifier) {
   if (!format) velto::detail::fatalStop("VeltoFormattedNumberCache::formatInteger: null format");
-  auto text = formattedIntegerCache_->get(IntegerCacheKey::Probe{format, integer, localeIdentifier});
+  VeltoResult<std::string> text = formattedIntegerCache_->get(IntegerCacheKey::Probe{format, integer, localeIdentifier});
   if (text.isFailure()) {
-    return VeltoResult<std::string>::fromError(
+    text = VeltoResult<std::string>::fromError(
         text.error(),
         {{"self", weak_from_this()}, {"integer", integer}, {"format", format}, {"localeIdentifier", std::string(localeIdentifier)}},
         VELTO_SITE(kFile, "format(integer:format:localeIdentifier:)"));
@@ -41,9 +41,9 @@ VeltoResult<std::string> VeltoFormattedNumberCache::formatDouble(double value,
                                                                  const std::shared_ptr<const VeltoDoubleFormattable>& format,
                                                                  std::string_view localeIdentifier) {
   if (!format) velto::detail::fatalStop("VeltoFormattedNumberCache::formatDouble: null format");
-  auto text = formattedDoubleCache_->get(DoubleCacheKey::Probe{value, format, localeIdentifier});
+  VeltoResult<std::string> text = formattedDoubleCache_->get(DoubleCacheKey::Probe{value, format, localeIdentifier});
   if (text.isFailure()) {
-    return VeltoResult<std::string>::fromError(
+    text = VeltoResult<std::string>::fromError(
         text.error(),
         {{"self", weak_from_this()}, {"double", value}, {"format", format}, {"localeIdentifier", std::string(localeIdentifier)}},
         VELTO_SITE(kFile, "format(double:format:localeIdentifier:)"));

@@ -172,7 +172,7 @@ class VeltoFiniteCache {
   using ItemMap = std::unordered_map<Key, Item, Hash, KeyEqual>;
 
   VeltoFiniteCache(Passkey, DateProducer dateProducer, bool enforceThreadSafety, ItemProducer itemProducer)
-      : dateProducer_(dateProducer ? std::move(dateProducer) : DateProducer(&velto::detail::coarseWallClockEpochSeconds)),
+      : dateProducer_(std::move(dateProducer)),
         enforceThreadSafety_(enforceThreadSafety),
         itemProducer_(std::move(itemProducer)) {
     if (!itemProducer_) velto::detail::fatalStop("VeltoFiniteCache: empty item producer");
@@ -214,11 +214,11 @@ class VeltoFiniteCache {
   /// purged by the end of the walk; the result still holds it.
   [[nodiscard]] VeltoResult<ItemMap> get(const KeySet& keys) {
     using velto::detail::kFiniteCacheFile;
-    const double now = dateProducer_();
-    auto result = enforceThreadSafety_ ? lock_.protected_([&] { return getSetLocked(keys, now); })
-                                       : getSetLocked(keys, now);
+    const double now = readClock();
+    VeltoResult<ItemMap> result = enforceThreadSafety_ ? lock_.protected_([&] { return getSetLocked(keys, now); })
+                                                       : getSetLocked(keys, now);
     if (result.isFailure()) {
-      return VeltoResult<ItemMap>::fromError(result.error(), {{"keys", keys}}, VELTO_SITE(kFiniteCacheFile, "get(keys:)"));
+      result = VeltoResult<ItemMap>::fromError(result.error(), {{"keys", keys}}, VELTO_SITE(kFiniteCacheFile, "get(keys:)"));
     }
     return result;
   }
@@ -333,10 +333,12 @@ class VeltoFiniteCache {
   template <class Probe>
   VeltoResult<Item> getProbe(const Probe& probe) {
     using velto::detail::kFiniteCacheFile;
-    const double now = dateProducer_();
-    auto result = enforceThreadSafety_ ? lock_.protected_([&] { return getLocked(probe, now); }) : getLocked(probe, now);
+    const double now = readClock();
+    // One named result returned on every path, so that it is built in the caller's slot.
+    VeltoResult<Item> result = enforceThreadSafety_ ? lock_.protected_([&] { return getLocked(probe, now); })
+                                                    : getLocked(probe, now);
     if (result.isFailure()) {
-      return VeltoResult<Item>::fromError(result.error(), {{"key", Key(probe)}}, VELTO_SITE(kFiniteCacheFile, "get(key:)"));
+      result = VeltoResult<Item>::fromError(result.error(), {{"key", Key(probe)}}, VELTO_SITE(kFiniteCacheFile, "get(key:)"));
     }
     return result;
   }
@@ -410,6 +412,11 @@ class VeltoFiniteCache {
     if (stored) purge();
     if (failure) return std::move(*failure);
     return items;
+  }
+
+  // The default clock is called directly rather than through an empty std::function.
+  [[nodiscard]] double readClock() const {
+    return dateProducer_ ? dateProducer_() : velto::detail::coarseWallClockEpochSeconds();
   }
 
   void touch(Node& node, double now) {

@@ -62,7 +62,7 @@ class DoubleCacheKey {
     static std::size_t of(double value, const void* format, std::string_view localeIdentifier) noexcept {
       std::size_t hash = std::hash<std::uint64_t>()(bits(value));
       hash = velto::detail::combineHashes(hash, std::hash<const void*>()(format));
-      return velto::detail::combineHashes(hash, std::hash<std::string_view>()(localeIdentifier));
+      return velto::detail::combineHashes(hash, velto::detail::hashShortText(localeIdentifier));
     }
   };
 

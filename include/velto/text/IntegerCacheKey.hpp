@@ -57,7 +57,7 @@ class IntegerCacheKey {
     static std::size_t of(const void* format, std::int64_t integer, std::string_view localeIdentifier) noexcept {
       std::size_t hash = std::hash<const void*>()(format);
       hash = velto::detail::combineHashes(hash, std::hash<std::int64_t>()(integer));
-      return velto::detail::combineHashes(hash, std::hash<std::string_view>()(localeIdentifier));
+      return velto::detail::combineHashes(hash, velto::detail::hashShortText(localeIdentifier));
     }
   };
 
