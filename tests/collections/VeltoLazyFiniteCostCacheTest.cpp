@@ -12,24 +12,10 @@
 #include <vector>
 
 #include "support/FiniteCacheModel.hpp"
-#include "support/FrameNames.hpp"
 
 namespace {
 
 using velto::test::FiniteCacheModel;
-using velto::test::functionNames;
-
-const VeltoArgs& argsOf(const VeltoError& error, std::size_t frame) {
-  static const VeltoArgs empty;
-  const VeltoArgs* args = error.stackFrames().at(frame).args().get<VeltoArgs>();
-  return args != nullptr ? *args : empty;
-}
-
-std::vector<std::string> argNames(const VeltoError& error, std::size_t frame) {
-  std::vector<std::string> names;
-  for (const auto& [name, value] : argsOf(error, frame)) names.push_back(name);
-  return names;
-}
 
 // A cost with no lock-free atomic (its copy is user-provided), so `totalCost` takes its mutex.
 struct BoxedCost {
@@ -63,7 +49,8 @@ velto::test::FiniteCacheModelReport runModel(unsigned seed, long long target, lo
 }
 
 // Thousands of random gets per run against the reference model, with integer, floating and
-// boxed costs; every seventh key costs more than the trigger and is refused.
+// boxed costs; every seventh key costs more than the trigger and is refused, and with a trigger
+// of 6 the keys costing exactly 6 are accepted.
 TEST(VeltoLazyFiniteCostCache, followsTheModelOverRandomGets) {
   struct Case {
     long long target;
@@ -86,67 +73,33 @@ TEST(VeltoLazyFiniteCostCache, followsTheModelOverRandomGets) {
 
 using Cache = VeltoLazyFiniteCostCache<std::string, std::string, int>;
 
-struct Costs {
-  std::map<std::string, int> byKey;
-  int asked = 0;
-};
-
-std::shared_ptr<Cache> makeCache(Costs& costs, double& clock, int target, int trigger) {
-  return Cache::create(
-      [&costs](const Cache::Node& node) {
-        ++costs.asked;
-        return costs.byKey.at(node.key());
-      },
-      [&clock] { return clock; }, true, [](const std::string& key) { return VeltoResult<std::string>(key + "!"); },
-      Cache::Threshold(target, trigger));
-}
-
-TEST(VeltoLazyFiniteCostCache, acceptsACostEqualToTheTriggerAndRefusesMore) {
-  Costs costs{{{"equal", 10}, {"more", 11}}};
-  double clock = 1;
-  auto cache = makeCache(costs, clock, 5, 10);
-  EXPECT_EQ(cache->get("equal").value(), "equal!");
-  EXPECT_EQ(cache->totalCost(), 10);
-
-  auto refused = cache->get("more");
-  ASSERT_TRUE(refused.isFailure());
-  const VeltoError& error = refused.error();
-  EXPECT_EQ(error.message(), "Node is not valid");
-  EXPECT_EQ(functionNames(error.stackFrames()), (std::vector<std::string_view>{"get(key:)", "protected(_:)", "get(key:)"}));
-  EXPECT_EQ(argNames(error, 0), (std::vector<std::string>{"key", "proposed"}));
-  EXPECT_EQ(argsOf(error, 0).find("proposed")->get<Cache::Node>()->item(), "more!");
-  EXPECT_EQ(cache->count(), 1u);
-  EXPECT_EQ(cache->totalCost(), 10);
-
-  auto refusedInSet = cache->get(Cache::KeySet{"more"});
-  ASSERT_TRUE(refusedInSet.isFailure());
-  EXPECT_EQ(refusedInSet.error().message(), "Item is not valid");
-  EXPECT_EQ(argNames(refusedInSet.error(), 0), (std::vector<std::string>{"keys", "proposed"}));
-}
-
 // A purge starts from totalCost, drops from the least recent end until the running total is at
 // or below the target, then recomputes totalCost from the kept nodes; every cost is asked anew.
 TEST(VeltoLazyFiniteCostCache, trimsFromTheLeastRecentEndAndAsksCostsEachTime) {
-  Costs costs{{{"a", 4}, {"b", 4}, {"c", 5}}};
+  const std::map<std::string, int> costs{{"a", 4}, {"b", 4}, {"c", 5}};
+  int asked = 0;
   double clock = 1;
-  auto cache = makeCache(costs, clock, 5, 10);
+  auto cache = Cache::create(
+      [&](const Cache::Node& node) {
+        ++asked;
+        return costs.at(node.key());
+      },
+      [&clock] { return clock; }, true, [](const std::string& key) { return VeltoResult<std::string>(key + "!"); },
+      Cache::Threshold(5, 10));
   ASSERT_TRUE(cache->get("a"));
   clock = 2;
   ASSERT_TRUE(cache->get("b"));
-  EXPECT_EQ(costs.asked, 4);  // isValid and added, twice
+  EXPECT_EQ(asked, 4);  // isValid and added, twice
   EXPECT_EQ(cache->totalCost(), 8);
   clock = 3;
-  costs.asked = 0;
+  asked = 0;
   ASSERT_TRUE(cache->get("c"));
-  // isValid, added, shrink asks a then b (13 -> 9 -> 5), replacedAllNodes asks c.
-  EXPECT_EQ(costs.asked, 5);
+  EXPECT_EQ(asked, 5);  // isValid, added, shrink asks a then b (13 -> 9 -> 5), replacedAllNodes asks c
   EXPECT_EQ(cache->totalCost(), 5);
-  EXPECT_EQ(cache->count(), 1u);
-  const auto keys = cache->keys();
-  EXPECT_EQ(std::set<std::string>(keys.begin(), keys.end()), std::set<std::string>{"c"});
-  costs.asked = 0;
+  EXPECT_EQ(cache->keys(), Cache::KeySet{"c"});
+  asked = 0;
   ASSERT_TRUE(cache->get("c"));
-  EXPECT_EQ(costs.asked, 0);  // a hit asks nothing
+  EXPECT_EQ(asked, 0) << "a hit asks nothing";
 }
 
 // Threads share one locked cost cache while another reads totalCost and count without the
