@@ -164,7 +164,6 @@ struct CountedKey {
   explicit CountedKey(std::string_view view) : text(view) { ++made; }
   CountedKey(const CountedKey& other) : text(other.text) { ++made; }
   CountedKey& operator=(const CountedKey&) = default;
-  friend bool operator==(const CountedKey&, const CountedKey&) = default;
 };
 struct CountedHash {
   using is_transparent = void;
