@@ -9,6 +9,9 @@
 //       [](const TileId& id) { return render(id); },                      // VeltoResult<Bitmap>
 //       VeltoFiniteCacheThreshold<std::size_t>(48 << 20, 64 << 20));
 //   VeltoResult<Bitmap> tile = tiles->get(TileId{3, 4});
+//
+// There is no creation without a cost producer and a threshold: the unbounded cache is the base
+// VeltoFiniteCache.
 #pragma once
 
 #include <atomic>
