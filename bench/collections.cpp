@@ -425,3 +425,137 @@ VELTO_BENCH_RATIO(BM_VeltoParallelPartitionedWork/8/real_time, BM_SequentialLoop
 VELTO_BENCH_RATIO(BM_VeltoParallelPartitionedWork/64/real_time, BM_SequentialLoop/real_time,
                   "parallel partitioned work vs sequential loop, 64 partitions (1/speed-up; 0.5 is ideal on 2 idle cores)");
 // ==== End of parallel partitioned work ========================================================
+
+// ==== Lazy caches and the formatted-number cache ==============================================
+// The lazy count cache beside the same textbook LRU (defined above): hits on random resident
+// keys, where the lazy cache only stamps the entry, and misses on fresh keys, where it pays a
+// sort of the whole cache once every (trigger - target) misses instead of an eviction each time.
+// Then the formatted-number cache's hit beside formatting with ICU directly: with one localized
+// formatter reused (what a careful caller does), and with the formatter built per call (what a
+// careless one does).
+#include <velto/collections/VeltoLazyFiniteCountCache.hpp>
+#include <velto/text/VeltoFormattedNumberCache.hpp>
+#include <velto/text/VeltoICUNumberFormat.hpp>
+
+#include <unicode/numberformatter.h>
+#include <unicode/unistr.h>
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "support/BenchMain.hpp"
+
+namespace {
+
+using LazyCountCache = VeltoLazyFiniteCountCache<int, int>;
+
+// Hits only: all 1,024 keys resident, the cache locked, the default (coarse wall) clock read
+// once per get.
+void BM_VeltoLazyCountCacheHit(benchmark::State& state) {
+  auto cache = LazyCountCache::create({}, true, [](const int& key) { return VeltoResult<int>(key * 2); },
+                                      LazyCountCache::Threshold(kCacheCapacity, kCacheCapacity));
+  for (int key = 0; key < static_cast<int>(kCacheCapacity); ++key) (void)cache->get(key);
+  const auto& keys = residentKeys();
+  std::size_t next = 0;
+  std::size_t failures = 0;
+  for (auto _ : state) {
+    auto item = cache->get(keys[next++ & (kCacheKeyCount - 1)]);
+    failures += item.isFailure() ? 1 : 0;
+    benchmark::DoNotOptimize(item);
+  }
+  state.counters["failures"] = static_cast<double>(failures);
+}
+BENCHMARK(BM_VeltoLazyCountCacheHit);
+
+// Misses only, each a key never seen: trigger 1,024 and target 768, so every 257th miss sorts
+// 1,025 entries and drops 257; the time per get is that purge amortised over the misses.
+void BM_VeltoLazyCountCacheMissPurging(benchmark::State& state) {
+  auto cache = LazyCountCache::create({}, true, [](const int& key) { return VeltoResult<int>(key * 2); },
+                                      LazyCountCache::Threshold(kCacheCapacity * 3 / 4, kCacheCapacity));
+  int key = 0;
+  for (; key < static_cast<int>(kCacheCapacity); ++key) (void)cache->get(key);
+  std::size_t failures = 0;
+  for (auto _ : state) {
+    auto item = cache->get(key++);
+    failures += item.isFailure() ? 1 : 0;
+    benchmark::DoNotOptimize(item);
+  }
+  state.counters["failures"] = static_cast<double>(failures);
+}
+BENCHMARK(BM_VeltoLazyCountCacheMissPurging);
+
+constexpr std::size_t kFormattedValueCount = 256;  // a table's worth of distinct prices, cycled
+
+const std::vector<double>& prices() {
+  static const std::vector<double> values = [] {
+    std::vector<double> made;
+    for (std::size_t i = 0; i < kFormattedValueCount; ++i) made.push_back(1000.0 + static_cast<double>(i) * 17.25);
+    return made;
+  }();
+  return values;
+}
+
+// Hits only: 256 prices in "de_DE" with two fraction digits, all cached.
+void BM_VeltoFormattedNumberCacheHit(benchmark::State& state) {
+  auto cache = VeltoFormattedNumberCache::create(VeltoFormattedNumberCache::Threshold(1024, 1024));
+  const std::shared_ptr<const VeltoDoubleFormattable> format = VeltoICUNumberFormat::makeDecimal(2).value();
+  const std::string locale = "de_DE";
+  const auto& values = prices();
+  for (const double value : values) (void)cache->formatDouble(value, format, locale);
+  std::size_t next = 0;
+  std::size_t failures = 0;
+  for (auto _ : state) {
+    auto text = cache->formatDouble(values[next++ & (kFormattedValueCount - 1)], format, locale);
+    failures += text.isFailure() ? 1 : 0;
+    benchmark::DoNotOptimize(text);
+  }
+  state.counters["failures"] = static_cast<double>(failures);
+}
+BENCHMARK(BM_VeltoFormattedNumberCacheHit);
+
+std::string formatWithIcu(const icu::number::LocalizedNumberFormatter& formatter, double value) {
+  UErrorCode status = U_ZERO_ERROR;
+  std::string text;
+  formatter.formatDouble(value, status).toString(status).toUTF8String(text);
+  return text;
+}
+
+// The anchor: the same prices through one ICU localized formatter made once.
+void BM_ICUReusedFormatterFormat(benchmark::State& state) {
+  const auto formatter = icu::number::NumberFormatter::with()
+                             .precision(icu::number::Precision::fixedFraction(2))
+                             .locale(icu::Locale("de_DE"));
+  const auto& values = prices();
+  std::size_t next = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(formatWithIcu(formatter, values[next++ & (kFormattedValueCount - 1)]));
+}
+BENCHMARK(BM_ICUReusedFormatterFormat);
+
+// The same with the formatter built for every call.
+void BM_ICUFormatterPerCallFormat(benchmark::State& state) {
+  const auto& values = prices();
+  std::size_t next = 0;
+  for (auto _ : state) {
+    const auto formatter = icu::number::NumberFormatter::with()
+                               .precision(icu::number::Precision::fixedFraction(2))
+                               .locale(icu::Locale("de_DE"));
+    benchmark::DoNotOptimize(formatWithIcu(formatter, values[next++ & (kFormattedValueCount - 1)]));
+  }
+}
+BENCHMARK(BM_ICUFormatterPerCallFormat);
+
+}  // namespace
+
+VELTO_BENCH_RATIO(BM_VeltoLazyCountCacheHit, BM_TextbookLruHit,
+                  "lazy count cache hit vs textbook LRU + mutex (report: both are mostly their lock's two atomic "
+                  "operations; the lazy hit adds its clock read)");
+VELTO_BENCH_RATIO(BM_VeltoLazyCountCacheMissPurging, BM_TextbookLruMissEvicting,
+                  "lazy count cache miss, purge amortised, vs textbook LRU miss with eviction (report)");
+VELTO_BENCH_RATIO(BM_VeltoFormattedNumberCacheHit, BM_ICUReusedFormatterFormat,
+                  "formatted-number cache hit vs ICU with a reused formatter (target <= 0.2)");
+VELTO_BENCH_RATIO(BM_VeltoFormattedNumberCacheHit, BM_ICUFormatterPerCallFormat,
+                  "formatted-number cache hit vs ICU with a formatter built per call (report)");
+// ==== End of lazy caches and the formatted-number cache =======================================
