@@ -1,0 +1,85 @@
+#include "support/LoopbackServer.hpp"
+
+#include <sys/socket.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+namespace velto::test {
+
+class LoopbackServer::TunedServer final : public httplib::Server {
+ public:
+  // The packaged library listens with a backlog of 5: a burst of connects then waits for SYN
+  // retransmissions (a second or more). Listening again on the bound socket raises it.
+  bool raiseBacklog() { return ::listen(svr_sock_, SOMAXCONN) == 0; }
+};
+
+LoopbackServer::LoopbackServer() : server_(std::make_unique<TunedServer>()) {
+  server_->new_task_queue = [] { return new httplib::ThreadPool(64); };
+  server_->set_tcp_nodelay(true);
+  server_->set_keep_alive_max_count(1'000'000);
+  server_->set_keep_alive_timeout(30);
+  server_->set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr) {
+    res.status = 500;
+  });
+}
+
+LoopbackServer::~LoopbackServer() {
+  if (thread_.joinable()) {
+    server_->stop();
+    thread_.join();
+  }
+}
+
+void LoopbackServer::handle(std::string_view method, const std::string& pattern, Handler handler) {
+  Handler recording = [this, handler = std::move(handler)](const httplib::Request& req, httplib::Response& res) {
+    {
+      std::lock_guard guard(mutex_);
+      recorded_.push_back(RecordedRequest{req.method, req.path, req.headers, req.body});
+    }
+    handler(req, res);
+  };
+  if (method == "GET") {
+    server_->Get(pattern, std::move(recording));
+  } else if (method == "POST") {
+    server_->Post(pattern, std::move(recording));
+  } else if (method == "PUT") {
+    server_->Put(pattern, std::move(recording));
+  } else if (method == "DELETE") {
+    server_->Delete(pattern, std::move(recording));
+  } else {
+    std::cerr << "LoopbackServer: unsupported method " << method << "\n";
+    std::abort();
+  }
+}
+
+void LoopbackServer::start() {
+  port_ = server_->bind_to_any_port("127.0.0.1");
+  if (port_ <= 0 || !server_->raiseBacklog()) {
+    std::cerr << "LoopbackServer: could not listen on 127.0.0.1\n";
+    std::abort();
+  }
+  thread_ = std::thread([this] { server_->listen_after_bind(); });
+  // The socket already accepts connections (the kernel queues them); this only waits for the
+  // accept loop so that `stop` cannot race its start.
+  while (!server_->is_running()) std::this_thread::yield();
+}
+
+std::string LoopbackServer::url(std::string_view pathAndQuery) const {
+  return "http://127.0.0.1:" + std::to_string(port_) + std::string(pathAndQuery);
+}
+
+std::vector<RecordedRequest> LoopbackServer::recorded() const {
+  std::lock_guard guard(mutex_);
+  return recorded_;
+}
+
+std::size_t LoopbackServer::count(std::string_view path) const {
+  std::lock_guard guard(mutex_);
+  std::size_t n = 0;
+  for (const auto& request : recorded_) n += (path.empty() || request.path == path) ? 1 : 0;
+  return n;
+}
+
+}  // namespace velto::test
