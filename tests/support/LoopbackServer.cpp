@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -80,6 +81,53 @@ std::size_t LoopbackServer::count(std::string_view path) const {
   std::size_t n = 0;
   for (const auto& request : recorded_) n += (path.empty() || request.path == path) ? 1 : 0;
   return n;
+}
+
+namespace {
+
+void echo(const httplib::Request& req, httplib::Response& res) {
+  res.status = std::stoi(req.matches[1]);
+  if (res.status != 204) res.set_content(req.get_header_value("X-Probe") + ":" + req.body, "application/octet-stream");
+}
+
+}  // namespace
+
+void addStandardRoutes(LoopbackServer& server, Gate& gate) {
+  for (const char* method : {"GET", "POST", "PUT", "DELETE"}) server.handle(method, R"(/echo/(\d+))", echo);
+  auto redirect = [](const httplib::Request& req, httplib::Response& res) {
+    const std::string kind = req.matches[1];
+    const int left = std::stoi(req.matches[2]);
+    const std::string status = req.matches[3];
+    res.status = std::stoi(kind);
+    res.set_header("Location", left == 0 ? "/echo/" + status
+                                         : "/redirect/" + kind + "/" + std::to_string(left - 1) + "/" + status);
+  };
+  server.handle("GET", R"(/redirect/(\d+)/(\d+)/(\d+))", redirect);
+  server.handle("POST", R"(/redirect/(\d+)/(\d+)/(\d+))", redirect);
+  server.handle("GET", "/stall", [&gate](const httplib::Request&, httplib::Response& res) {
+    gate.wait();
+    res.set_content("late", "text/plain");
+  });
+  server.handle("GET", "/partial", [](const httplib::Request&, httplib::Response& res) {
+    res.set_content_provider(100'000, "application/octet-stream", [](std::size_t, std::size_t, httplib::DataSink& sink) {
+      const std::string chunk(1'000, 'x');
+      sink.write(chunk.data(), chunk.size());
+      return false;  // abandons the response: the connection closes
+    });
+  });
+  server.handle("GET", "/trickle", [&gate](const httplib::Request&, httplib::Response& res) {
+    res.set_content_provider(1 << 20, "application/octet-stream",
+                             [&gate](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                               if (offset >= (1 << 16)) gate.wait();
+                               const std::string chunk(std::min<std::size_t>(length, 1 << 14), 'y');
+                               return sink.write(chunk.data(), chunk.size());
+                             });
+  });
+  server.handle("GET", "/set-cookie", [](const httplib::Request&, httplib::Response& res) {
+    res.status = 302;
+    res.set_header("Set-Cookie", "session=secret; Path=/");
+    res.set_header("Location", "/echo/200");
+  });
 }
 
 }  // namespace velto::test

@@ -109,4 +109,15 @@ class LoopbackServer {
   std::vector<RecordedRequest> recorded_;
 };
 
+/// The routes most networking tests share (register before `start`):
+///   /echo/<status>                 answers <status> with "<X-Probe header>:<request body>" (204: no body),
+///                                  for GET, POST, PUT and DELETE;
+///   /redirect/<kind>/<n>/<status>  answers <kind> (301, 302, 303, 307, 308) with a Location one
+///                                  hop nearer /echo/<status>: n + 1 redirects in all (GET, POST);
+///   /stall                         waits at `gate`, then answers 200 "late";
+///   /partial                       promises 100,000 bytes, sends 1,000 and closes the connection;
+///   /trickle                       sends 64 KiB of a 1 MiB body, then waits at `gate` for the rest;
+///   /set-cookie                    answers 302 with a Set-Cookie header and Location /echo/200.
+void addStandardRoutes(LoopbackServer& server, Gate& gate);
+
 }  // namespace velto::test

@@ -86,61 +86,13 @@ class RefusingPort {
   int port_ = 0;
 };
 
-// /echo/<status>: answers <status> with "<X-Probe>:<request body>" (204: no body).
-// /redirect/<kind>/<n>/<status>: <kind> redirects down to /echo/<status>.
-// /stall: waits at the gate, then answers 200 "late".
-// /partial: promises 100,000 bytes, sends 1,000 and closes.
-// /trickle: sends 64 KiB of a 1 MiB body, then waits at the gate for the rest.
 struct ServerFixture : testing::Test {
   LoopbackServer server;
   Gate gate;  // after the server: opens before the server stops
 
   ServerFixture() {
-    server.handle("GET", R"(/echo/(\d+))", echo);
-    server.handle("POST", R"(/echo/(\d+))", echo);
-    server.handle("PUT", R"(/echo/(\d+))", echo);
-    server.handle("DELETE", R"(/echo/(\d+))", echo);
-    auto redirect = [](const httplib::Request& req, httplib::Response& res) {
-      const int kind = std::stoi(req.matches[1]);
-      const int left = std::stoi(req.matches[2]);
-      const std::string status = req.matches[3];
-      res.status = kind;
-      res.set_header("Location", left == 0 ? "/echo/" + status
-                                           : "/redirect/" + std::to_string(kind) + "/" + std::to_string(left - 1) + "/" + status);
-    };
-    server.handle("GET", R"(/redirect/(\d+)/(\d+)/(\d+))", redirect);
-    server.handle("POST", R"(/redirect/(\d+)/(\d+)/(\d+))", redirect);
-    server.handle("GET", "/stall", [this](const httplib::Request&, httplib::Response& res) {
-      gate.wait();
-      res.set_content("late", "text/plain");
-    });
-    server.handle("GET", "/partial", [](const httplib::Request&, httplib::Response& res) {
-      res.set_content_provider(100'000, "application/octet-stream",
-                               [](std::size_t, std::size_t, httplib::DataSink& sink) {
-                                 const std::string chunk(1'000, 'x');
-                                 sink.write(chunk.data(), chunk.size());
-                                 return false;  // abandons the response: the connection closes
-                               });
-    });
-    server.handle("GET", "/trickle", [this](const httplib::Request&, httplib::Response& res) {
-      res.set_content_provider(1 << 20, "application/octet-stream",
-                               [this](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-                                 if (offset >= (1 << 16)) gate.wait();
-                                 const std::string chunk(std::min<std::size_t>(length, 1 << 14), 'y');
-                                 return sink.write(chunk.data(), chunk.size());
-                               });
-    });
-    server.handle("GET", "/set-cookie", [](const httplib::Request&, httplib::Response& res) {
-      res.status = 302;
-      res.set_header("Set-Cookie", "session=secret; Path=/");
-      res.set_header("Location", "/echo/200");
-    });
+    velto::test::addStandardRoutes(server, gate);
     server.start();
-  }
-
-  static void echo(const httplib::Request& req, httplib::Response& res) {
-    res.status = std::stoi(req.matches[1]);
-    if (res.status != 204) res.set_content(req.get_header_value("X-Probe") + ":" + req.body, "application/octet-stream");
   }
 };
 using UrlSessionTest = ServerFixture;
@@ -453,21 +405,27 @@ TEST_F(UrlSessionTest, mayBeDestroyedAndRestartedFromItsOwnCompletions) {
   next(1);
   EXPECT_EQ(chainDone.get_future().get(), (std::vector<std::string>{"1:", "2:", "3:"}));
 
+  // Released from its own completion while another task stalls: the completion waits until the
+  // test has let go, so that the reference it drops is the last one.
   std::promise<std::int64_t> stalledEnd;
   ASSERT_TRUE(session
                   ->startTask({.url = server.url("/stall")}, "stalled",
                               [&](auto, auto, auto error) { stalledEnd.set_value(error ? error->code() : 0); })
                   .hasValue());
   ASSERT_TRUE(gate.waitForArrivals(1));
+  std::promise<void> testLetGo;
   std::promise<void> released;
+  auto owner = std::make_shared<std::shared_ptr<UrlSession>>(session);
   ASSERT_TRUE(session
                   ->startTask({.url = server.url("/echo/200")}, "last",
-                              [&, keep = session](auto, auto, auto) mutable {
-                                session.reset();
-                                keep.reset();  // the last holder: the session ends inside its own completion
+                              [&, owner, letGo = testLetGo.get_future().share()](auto, auto, auto) {
+                                letGo.wait();
+                                owner->reset();  // the last holder: the session ends inside its own completion
                                 released.set_value();
                               })
                   .hasValue());
+  session.reset();
+  testLetGo.set_value();
   released.get_future().get();
   EXPECT_EQ(stalledEnd.get_future().get(), -999);
 }
