@@ -393,7 +393,7 @@ TEST_F(UrlSessionTest, mayBeDestroyedAndRestartedFromItsOwnCompletions) {
   std::function<void(int)> next = [&](int step) {
     auto started = session->startTask({.url = server.url("/echo/200"), .headers = {{"X-Probe", std::to_string(step)}}},
                                       "chain", [&, step](auto data, auto, auto) {
-                                        chain.push_back(std::string(reinterpret_cast<const char*>(data->data()), data->size()));
+                                        chain.push_back(Completed{std::move(data), {}, {}, {}}.body());
                                         if (step < 3) {
                                           next(step + 1);
                                         } else {
