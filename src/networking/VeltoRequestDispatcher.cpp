@@ -1,6 +1,8 @@
 #include "velto/networking/VeltoRequestDispatcher.hpp"
 
+#include <mutex>
 #include <utility>
+#include <vector>
 
 #include "velto/concurrency/VeltoDispatchQueueVia.hpp"
 #include "velto/core/VeltoImpetus.hpp"
@@ -19,29 +21,80 @@ std::shared_ptr<VeltoRequestDispatcher> VeltoRequestDispatcher::create(std::shar
   return std::make_shared<VeltoRequestDispatcher>(std::move(logger), std::move(networkAdapter));
 }
 
+namespace {
+
+// The adapter's reports on their way to the dispatcher's queue. Appended on the adapter's thread
+// and drained, in order, by one queue item at a time: a burst of completions costs one hop onto
+// the queue, not one per report. Holds the dispatcher weakly (it holds the adapter).
+class QueueDelivery final : public std::enable_shared_from_this<QueueDelivery> {
+ public:
+  using Via = std::shared_ptr<const VeltoVia>;
+  struct Report {
+    bool isBody;  // received (a body), else completed
+    VeltoData data;
+    std::optional<std::int64_t> statusCode;
+    VeltoEndpointSignature signature;
+    std::shared_ptr<const VeltoPlatformError> error;
+    Via via;
+  };
+
+  QueueDelivery(std::shared_ptr<VeltoSerialQueue> queue, std::weak_ptr<VeltoRequestDispatcher> dispatcher)
+      : queue_(std::move(queue)), dispatcher_(std::move(dispatcher)) {}
+
+  void deliver(Report report) {
+    bool postDrain = false;
+    {
+      std::lock_guard guard(mutex_);
+      reports_.push_back(std::move(report));
+      postDrain = !drainPosted_;
+      drainPosted_ = true;
+    }
+    if (postDrain) queue_->async([self = shared_from_this()] { self->drain(); });
+  }
+
+ private:
+  void drain() {
+    std::vector<Report> batch;
+    {
+      std::lock_guard guard(mutex_);
+      batch.swap(reports_);
+      drainPosted_ = false;
+    }
+    const auto dispatcher = dispatcher_.lock();
+    if (!dispatcher) return;
+    for (Report& report : batch) {
+      const Via junction = fork(report.via, {}, std::nullopt,
+                                VELTO_SITE(kDispatcherFile, "createOnQueue(queue:logger:networkAdapter:)"));
+      const VeltoResult<void> result =
+          report.isBody ? dispatcher->received(std::move(report.data), *report.statusCode, report.signature, junction)
+                        : dispatcher->completed(report.statusCode, report.signature, report.error, junction);
+      if (const VeltoError* error = result.errorIfPresent()) queue_->logger()->logError(*error, junction);
+    }
+  }
+
+  std::shared_ptr<VeltoSerialQueue> queue_;
+  std::weak_ptr<VeltoRequestDispatcher> dispatcher_;
+  std::mutex mutex_;
+  std::vector<Report> reports_;
+  bool drainPosted_ = false;
+};
+
+}  // namespace
+
 std::shared_ptr<VeltoRequestDispatcher> VeltoRequestDispatcher::createOnQueue(
     std::shared_ptr<VeltoSerialQueue> queue, std::shared_ptr<VeltoLogging> logger,
     std::shared_ptr<VeltoNetworkAdapting> networkAdapter) {
   if (!queue) velto::detail::fatalStop("VeltoRequestDispatcher::createOnQueue: queue is null");
   auto dispatcher = create(std::move(logger), networkAdapter);
-  std::weak_ptr<VeltoRequestDispatcher> weak = dispatcher;
-  networkAdapter->setOnDownloadedFile([queue, weak](const VeltoData& bytes, std::int64_t statusCode,
-                                                    const VeltoEndpointSignature& signature, const Via& via) {
-    queue->async(via, [weak, bytes, statusCode, signature](const Via& via) mutable -> VeltoResult<void> {
-      auto dispatcher = weak.lock();
-      if (!dispatcher) return VeltoResultVoidSuccess;
-      return dispatcher->received(std::move(bytes), statusCode, signature, via);
-    });
+  auto delivery = std::make_shared<QueueDelivery>(std::move(queue), dispatcher);
+  networkAdapter->setOnDownloadedFile([delivery](const VeltoData& bytes, std::int64_t statusCode,
+                                                 const VeltoEndpointSignature& signature, const Via& via) {
+    delivery->deliver({true, bytes, statusCode, signature, nullptr, via});
     return VeltoResultVoidSuccess;
   });
-  networkAdapter->setOnCompleted([queue, weak](std::optional<std::int64_t> statusCode,
-                                               const VeltoEndpointSignature& signature,
-                                               const std::shared_ptr<const VeltoPlatformError>& error, const Via& via) {
-    queue->async(via, [weak, statusCode, signature, error](const Via& via) -> VeltoResult<void> {
-      auto dispatcher = weak.lock();
-      if (!dispatcher) return VeltoResultVoidSuccess;
-      return dispatcher->completed(statusCode, signature, error, via);
-    });
+  networkAdapter->setOnCompleted([delivery](std::optional<std::int64_t> statusCode, const VeltoEndpointSignature& signature,
+                                            const std::shared_ptr<const VeltoPlatformError>& error, const Via& via) {
+    delivery->deliver({false, {}, statusCode, signature, error, via});
     return VeltoResultVoidSuccess;
   });
   return dispatcher;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <list>
 #include <exception>
 #include <mutex>
 #include <thread>
@@ -92,19 +93,38 @@ std::string_view schemeOf(std::string_view url) {
   return {};
 }
 
-// The error a URL earns before anything is sent, or null when libcurl may fetch it. Only
-// absolute http and https URLs pass: libcurl would otherwise guess a scheme for "host/path".
-std::shared_ptr<const VeltoPlatformError> refusedUrl(const std::string& url) {
+struct CheckedUrl {
+  std::shared_ptr<const VeltoPlatformError> error;  // set when the URL is refused
+  std::string hostKey;                               // "scheme://host:port", lower case
+};
+
+// Refuses what libcurl must not fetch, with the error it earns before anything is sent: only
+// absolute http and https URLs pass (libcurl would otherwise guess a scheme for "host/path").
+// Gives the key under which the per-host connection limit counts the transfer.
+CheckedUrl checkUrl(const std::string& url) {
   const std::string_view scheme = schemeOf(url);
   if (!scheme.empty() && !equalsIgnoringCase(scheme, "http") && !equalsIgnoringCase(scheme, "https")) {
-    return urlErrorFromCurl(CURLE_UNSUPPORTED_PROTOCOL, 0, "Only http and https URLs are fetched", url);
+    return {urlErrorFromCurl(CURLE_UNSUPPORTED_PROTOCOL, 0, "Only http and https URLs are fetched", url), {}};
   }
   CURLU* parsed = curl_url();
-  if (parsed == nullptr) return urlErrorFromCurl(CURLE_OUT_OF_MEMORY, 0, curl_easy_strerror(CURLE_OUT_OF_MEMORY), url);
+  if (parsed == nullptr) return {urlErrorFromCurl(CURLE_OUT_OF_MEMORY, 0, curl_easy_strerror(CURLE_OUT_OF_MEMORY), url), {}};
+  CheckedUrl checked;
   const CURLUcode code = curl_url_set(parsed, CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME);
+  if (code != CURLUE_OK) {
+    checked.error = urlErrorFromCurl(CURLE_URL_MALFORMAT, 0, curl_url_strerror(code), url);
+  } else {
+    for (const CURLUPart part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
+      char* text = nullptr;
+      if (curl_url_get(parsed, part, &text, CURLU_DEFAULT_PORT) == CURLUE_OK && text != nullptr) {
+        checked.hostKey += text;
+        curl_free(text);
+      }
+      checked.hostKey += part == CURLUPART_SCHEME ? "://" : part == CURLUPART_HOST ? ":" : "";
+    }
+    std::transform(checked.hostKey.begin(), checked.hostKey.end(), checked.hostKey.begin(), asciiLower);
+  }
   curl_url_cleanup(parsed);
-  if (code != CURLUE_OK) return urlErrorFromCurl(CURLE_URL_MALFORMAT, 0, curl_url_strerror(code), url);
-  return nullptr;
+  return checked;
 }
 
 // One task: its request and, once the worker has set it up, its easy handle. Created by the
@@ -122,7 +142,11 @@ struct Transfer {
   UrlRequest request;
   std::string description;
   UrlTaskCompletion completion;
-  CURL* easy = nullptr;
+  std::string hostKey;
+  bool admitted = false;  // counted in its host's active transfers (else waiting in line)
+  std::list<Transfer*>::iterator placeInLine;  // while waiting
+  CURL* easy = nullptr;   // set once admitted, unless setting it up failed
+  std::shared_ptr<const VeltoPlatformError> admissionError;
   curl_slist* headerList = nullptr;
   VeltoData received;
   char errorBuffer[CURL_ERROR_SIZE] = {};
@@ -135,6 +159,13 @@ std::size_t receiveBody(char* bytes, std::size_t size, std::size_t count, void* 
   transfer->received.insert(transfer->received.end(), first, first + length);
   return length;
 }
+
+// The transfers of one "scheme://host:port": those in the multi handle and those waiting for
+// one of them to finish.
+struct Host {
+  long active = 0;
+  std::list<Transfer*> waiting;
+};
 
 struct Command {
   enum class Kind { start, cancel, shutdown };
@@ -153,7 +184,8 @@ class UrlSessionCore {
     initialiseCurlOnce();
     multi_ = curl_multi_init();
     if (multi_ == nullptr) fatalStop("UrlSession: curl_multi_init failed");
-    curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, configuration_.maximumConnectionsPerHost);
+    // The per-host limit is kept here, not by libcurl: libcurl 7.88 can leave a transfer it
+    // parked for a free connection waiting until its connect time-out (measured: a minute).
     curl_multi_setopt(multi_, CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
   }
   UrlSessionCore(const UrlSessionCore&) = delete;
@@ -197,9 +229,11 @@ class UrlSessionCore {
       for (Command& command : batch) apply(command);
       batch.clear();
       if (stopping_) break;
+      failAdmissions();
       int stillRunning = 0;
       curl_multi_perform(multi_, &stillRunning);
       finishDoneTransfers();
+      failAdmissions();
       curl_multi_poll(multi_, nullptr, 0, kIdlePollMilliseconds, nullptr);
     }
     cancelAll();
@@ -222,19 +256,52 @@ class UrlSessionCore {
   }
 
   void begin(std::unique_ptr<Transfer> transfer) {
-    if (auto refused = refusedUrl(transfer->request.url)) return complete(std::move(transfer), std::move(refused));
-    transfer->easy = curl_easy_init();
-    if (transfer->easy == nullptr || !configure(*transfer)) {
-      auto error = urlErrorFromCurl(CURLE_OUT_OF_MEMORY, 0, "Could not set up the transfer", transfer->request.url);
-      return complete(std::move(transfer), std::move(error));
-    }
-    if (curl_multi_add_handle(multi_, transfer->easy) != CURLM_OK) {
-      auto error = urlErrorFromCurl(CURLE_FAILED_INIT, 0, "Could not add the transfer", transfer->request.url);
-      return complete(std::move(transfer), std::move(error));
-    }
+    CheckedUrl checked = checkUrl(transfer->request.url);
+    if (checked.error) return complete(std::move(transfer), std::move(checked.error));
+    transfer->hostKey = std::move(checked.hostKey);
     Transfer* raw = transfer.get();
     if (!raw->description.empty()) byDescription_.emplace(raw->description, raw);
-    running_.emplace(raw->easy, std::move(transfer));
+    transfers_.emplace(raw, std::move(transfer));
+    Host& host = hosts_[raw->hostKey];
+    raw->placeInLine = host.waiting.insert(host.waiting.end(), raw);
+    admitWaiting(raw->hostKey);
+  }
+
+  // Moves transfers waiting for `hostKey` into the multi handle while the host has room. Calls
+  // no completion: a transfer that cannot be set up is counted in and failed later, by
+  // `failAdmissions`, so that no caller's bookkeeping is interrupted.
+  void admitWaiting(const std::string& hostKey) {
+    auto entry = hosts_.find(hostKey);
+    if (entry == hosts_.end()) return;
+    Host& host = entry->second;
+    while (host.active < configuration_.maximumConnectionsPerHost && !host.waiting.empty()) {
+      Transfer& transfer = *host.waiting.front();
+      host.waiting.pop_front();
+      ++host.active;
+      transfer.admitted = true;
+      transfer.easy = curl_easy_init();
+      if (transfer.easy == nullptr || !configure(transfer)) {
+        transfer.admissionError =
+            urlErrorFromCurl(CURLE_OUT_OF_MEMORY, 0, "Could not set up the transfer", transfer.request.url);
+      } else if (curl_multi_add_handle(multi_, transfer.easy) != CURLM_OK) {
+        transfer.admissionError = urlErrorFromCurl(CURLE_FAILED_INIT, 0, "Could not add the transfer", transfer.request.url);
+      }
+      if (transfer.admissionError) {
+        curl_easy_cleanup(transfer.easy);  // never in the multi handle
+        transfer.easy = nullptr;
+        failedAdmissions_.push_back(&transfer);
+      }
+    }
+    if (host.active == 0 && host.waiting.empty()) hosts_.erase(entry);
+  }
+
+  void failAdmissions() {
+    while (!failedAdmissions_.empty()) {
+      Transfer& transfer = *failedAdmissions_.back();
+      failedAdmissions_.pop_back();
+      auto error = transfer.admissionError;
+      complete(release(transfer), std::move(error));
+    }
   }
 
   bool configure(Transfer& transfer) {
@@ -304,25 +371,23 @@ class UrlSessionCore {
       // The message dies with remove_handle: read it first.
       CURL* easy = message->easy_handle;
       const CURLcode result = message->data.result;
-      auto found = running_.find(easy);
-      if (found == running_.end()) continue;
-      std::unique_ptr<Transfer> transfer = std::move(found->second);
-      running_.erase(found);
-      forget(*transfer);
+      void* privateData = nullptr;
+      curl_easy_getinfo(easy, CURLINFO_PRIVATE, &privateData);
+      auto& transfer = *static_cast<Transfer*>(privateData);
       if (result == CURLE_OK) {
         long status = 0;
         char* effectiveUrl = nullptr;
         curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
         curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &effectiveUrl);
-        UrlResponse response{status, effectiveUrl != nullptr ? std::string(effectiveUrl) : transfer->request.url};
-        completeWithBody(std::move(transfer), std::move(response));
+        UrlResponse response{status, effectiveUrl != nullptr ? std::string(effectiveUrl) : transfer.request.url};
+        completeWithBody(release(transfer), std::move(response));
       } else {
         long osErrno = 0;
         curl_easy_getinfo(easy, CURLINFO_OS_ERRNO, &osErrno);
-        const std::string_view message =
-            transfer->errorBuffer[0] != '\0' ? std::string_view(transfer->errorBuffer) : curl_easy_strerror(result);
-        auto error = urlErrorFromCurl(result, osErrno, message, transfer->request.url);
-        complete(std::move(transfer), std::move(error));
+        const std::string_view text =
+            transfer.errorBuffer[0] != '\0' ? std::string_view(transfer.errorBuffer) : curl_easy_strerror(result);
+        auto error = urlErrorFromCurl(result, osErrno, text, transfer.request.url);
+        complete(release(transfer), std::move(error));
       }
     }
   }
@@ -332,25 +397,17 @@ class UrlSessionCore {
     auto [first, last] = byDescription_.equal_range(description);
     std::vector<Transfer*> cancelled;
     for (auto it = first; it != last; ++it) cancelled.push_back(it->second);
-    byDescription_.erase(first, last);
-    for (Transfer* raw : cancelled) {
-      auto found = running_.find(raw->easy);
-      std::unique_ptr<Transfer> transfer = std::move(found->second);
-      running_.erase(found);
-      curl_multi_remove_handle(multi_, transfer->easy);
+    for (Transfer* transfer : cancelled) {
       auto error = urlCancelledError(transfer->request.url);
-      complete(std::move(transfer), std::move(error));
+      complete(release(*transfer), std::move(error));
     }
   }
 
   void cancelAll() {
-    while (!running_.empty()) {
-      auto first = running_.begin();
-      std::unique_ptr<Transfer> transfer = std::move(first->second);
-      running_.erase(first);
-      forget(*transfer);
-      auto error = urlCancelledError(transfer->request.url);
-      complete(std::move(transfer), std::move(error));
+    while (!transfers_.empty()) {
+      Transfer& transfer = *transfers_.begin()->first;
+      auto error = urlCancelledError(transfer.request.url);
+      complete(release(transfer), std::move(error));
     }
     // Commands that arrived with or after the shutdown (their completions may post more):
     // nothing may be left uncompleted.
@@ -368,17 +425,37 @@ class UrlSessionCore {
     }
   }
 
-  // Detaches a transfer from the multi handle and the description index.
-  void forget(Transfer& transfer) {
-    curl_multi_remove_handle(multi_, transfer.easy);
-    if (transfer.description.empty()) return;
-    auto [first, last] = byDescription_.equal_range(transfer.description);
-    for (auto it = first; it != last; ++it) {
-      if (it->second == &transfer) {
-        byDescription_.erase(it);
-        break;
+  // Takes a started transfer out of the session (description index, multi handle and host
+  // count, or its host's waiting line) and admits what waits for its host; the caller completes
+  // it. Calls no completion.
+  std::unique_ptr<Transfer> release(Transfer& transfer) {
+    if (!transfer.description.empty()) {
+      auto [first, last] = byDescription_.equal_range(transfer.description);
+      for (auto it = first; it != last; ++it) {
+        if (it->second == &transfer) {
+          byDescription_.erase(it);
+          break;
+        }
       }
     }
+    if (transfer.admissionError) std::erase(failedAdmissions_, &transfer);
+    auto owned = transfers_.extract(&transfer);
+    const std::string hostKey = transfer.hostKey;
+    if (auto entry = hosts_.find(hostKey); entry != hosts_.end()) {
+      Host& host = entry->second;
+      if (transfer.admitted) {
+        if (transfer.easy != nullptr) curl_multi_remove_handle(multi_, transfer.easy);
+        --host.active;
+      } else {
+        host.waiting.erase(transfer.placeInLine);
+      }
+      if (host.active == 0 && host.waiting.empty()) {
+        hosts_.erase(entry);
+      } else {
+        admitWaiting(hostKey);
+      }
+    }
+    return std::move(owned.mapped());
   }
 
   void completeWithBody(std::unique_ptr<Transfer> transfer, UrlResponse response) {
@@ -414,8 +491,10 @@ class UrlSessionCore {
 
   // Worker thread only.
   bool stopping_ = false;
-  std::unordered_map<CURL*, std::unique_ptr<Transfer>> running_;
+  std::unordered_map<Transfer*, std::unique_ptr<Transfer>> transfers_;  // started, not completed
   std::unordered_multimap<std::string, Transfer*> byDescription_;
+  std::unordered_map<std::string, Host> hosts_;
+  std::vector<Transfer*> failedAdmissions_;
 };
 
 UrlSession::UrlSession(UrlSessionConfiguration configuration)

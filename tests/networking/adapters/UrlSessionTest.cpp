@@ -365,6 +365,33 @@ TEST_F(UrlSessionTest, cancelEndsATransferMidBodyAndIgnoresUnknownLabels) {
   session.cancelTasks("sig?a");  // finished: nothing happens
 }
 
+TEST_F(UrlSessionTest, admitsSixTransfersPerHostInOrderAndCancelsThoseWaiting) {
+  constexpr int kTasks = 20;
+  UrlSession session({.description = "test.limit"});
+  std::vector<std::int64_t> codes(kTasks, 1);
+  std::mutex mutex;
+  std::latch done(kTasks);
+  for (int i = 0; i < kTasks; ++i) {
+    ASSERT_TRUE(session
+                    .startTask({.url = server.url("/stall")}, std::to_string(i),
+                               [&, i](auto, auto, auto error) {
+                                 std::lock_guard guard(mutex);
+                                 codes[i] = error ? error->code() : 0;
+                                 done.count_down();
+                               })
+                    .hasValue());
+  }
+  ASSERT_TRUE(gate.waitForArrivals(6));
+  // The first six hold the host's connections; the rest wait in line and never reach the server.
+  for (int i = 6; i < kTasks; ++i) session.cancelTasks(std::to_string(i));
+  gate.open();
+  done.wait();
+  std::vector<std::int64_t> expected(kTasks, -999);
+  std::fill(expected.begin(), expected.begin() + 6, 0);
+  EXPECT_EQ(codes, expected);
+  EXPECT_EQ(server.count("/stall"), 6u);
+}
+
 TEST_F(UrlSessionTest, destroyingTheSessionCompletesRunningTasksAsCancelled) {
   constexpr int kTasks = 8;
   std::vector<int> codes;

@@ -35,8 +35,10 @@ struct UrlSessionConfiguration {
   std::string description;
   /// Redirects followed per request; one more fails the request with -1007.
   long maximumRedirects = 16;
-  /// Connections opened at once to one host; further requests wait for a free one (HTTP/2
-  /// requests to one host share a connection).
+  /// Transfers running at once to one "scheme://host:port" (so at most as many connections);
+  /// further ones wait in line, first come first served, and cost no libcurl handle while
+  /// they wait. The session keeps this limit itself: libcurl 7.88's own per-host limit can
+  /// leave a parked transfer waiting until its connect time-out.
   long maximumConnectionsPerHost = 6;
 };
 
