@@ -6,6 +6,7 @@
 
 #include <boost/url/parse.hpp>
 
+#include "encoding/JsonWriter.hpp"
 #include "velto/encoding/VeltoEncoder.hpp"
 
 namespace {
@@ -22,43 +23,6 @@ constexpr std::array<bool, 256> kPassing = [] {
   return passing;
 }();
 
-// Well-formed UTF-8 (RFC 3629): no overlong forms, no surrogates, nothing above U+10FFFF.
-bool isValidUtf8(std::string_view text) noexcept {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-  const std::size_t size = text.size();
-  std::size_t i = 0;
-  while (i < size) {
-    const unsigned char lead = bytes[i];
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    std::size_t length;
-    unsigned char low = 0x80;
-    unsigned char high = 0xBF;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-      length = 2;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-      length = 3;
-      if (lead == 0xE0) low = 0xA0;
-      if (lead == 0xED) high = 0x9F;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-      length = 4;
-      if (lead == 0xF0) low = 0x90;
-      if (lead == 0xF4) high = 0x8F;
-    } else {
-      return false;
-    }
-    if (size - i < length) return false;
-    if (bytes[i + 1] < low || bytes[i + 1] > high) return false;
-    for (std::size_t k = 2; k < length; ++k) {
-      if (bytes[i + k] < 0x80 || bytes[i + k] > 0xBF) return false;
-    }
-    i += length;
-  }
-  return true;
-}
-
 // The final mix of a 64-bit hasher (MurmurHash3's fmix64) started from seed 0.
 std::size_t mixed(std::uint64_t value) noexcept {
   std::uint64_t h = value;
@@ -73,7 +37,7 @@ std::size_t mixed(std::uint64_t value) noexcept {
 }  // namespace
 
 std::optional<std::string> VeltoEndpointSignature::percentEncoded(std::string_view description) {
-  if (!isValidUtf8(description)) return std::nullopt;
+  if (!velto::detail::isValidUtf8(description)) return std::nullopt;
   static constexpr char kHex[] = "0123456789ABCDEF";
   std::string encoded;
   encoded.reserve(description.size());

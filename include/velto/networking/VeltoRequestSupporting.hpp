@@ -70,6 +70,11 @@ class VeltoRequestSupporting {
   [[nodiscard]] virtual VeltoResult<void> failedPrematurely(VeltoError error, Via via,
                                                             VeltoCodeSite site = VeltoCodeSite::current()) = 0;
 
+  /// Debug output, so that an endpoint recorded through this interface shows its state. This
+  /// version writes "correlationID" and "httpVerb"; VeltoEndpointBase writes all its fields.
+  virtual VeltoResult<void> encodeChildrenForDynamicDebug(VeltoKeyedEncodingContainer& container,
+                                                          VeltoDynamicDebugEncoder& dynamicEncoder) const;
+
  protected:
   VeltoRequestSupporting() = default;
   VeltoRequestSupporting(const VeltoRequestSupporting&) = default;
