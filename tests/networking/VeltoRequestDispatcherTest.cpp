@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <future>
 #include <latch>
 #include <map>
 #include <random>
@@ -11,6 +12,9 @@
 #include <thread>
 
 #include <velto/core/VeltoImpetus.hpp>
+#include <velto/encoding/VeltoEmptyRequestParameters.hpp>
+#include <velto/networking/VeltoHttpAuthorizationProviding.hpp>
+#include <velto/networking/VeltoUploadingEndpointBase.hpp>
 #include <velto/networking/adapters/VeltoURLSessionDataTaskNetworkAdapter.hpp>
 
 #include "support/FrameNames.hpp"
@@ -378,6 +382,157 @@ TEST_F(VeltoRequestDispatcherRoadTest, releasingTheDispatcherCancelsWhatIsInFlig
   }
   queue->sync([] {});  // the adapter's late reports found no dispatcher and did nothing
   for (const auto& endpoint : stalled) EXPECT_EQ(endpoint->callNames(), (std::vector<std::string>{"initiated", "completed"}));
+}
+
+// --- Outcomes of real requests --------------------------------------------------------------
+
+// An endpoint whose payload is its body as text, and which records its one outcome.
+template <class Base>
+class TextEndpoint : public Base {
+ public:
+  using Outcome = typename Base::Outcome;
+  template <class... Args>
+  TextEndpoint(std::string url, std::promise<Outcome>& outcome, Args&&... args)
+      : Base(std::forward<Args>(args)..., nullptr, nullptr,
+             [&outcome](auto&, const Outcome& o, const Via&) {
+               outcome.set_value(o);
+               return VeltoResultVoidSuccess;
+             }),
+        url_(std::move(url)) {}
+  VeltoResult<boost::urls::url> makeUrl() const override {
+    auto parsed = boost::urls::parse_uri_reference(url_);
+    if (!parsed) return VeltoResult<boost::urls::url>::fromMessage("Unparseable test URL");
+    return boost::urls::url(*parsed);
+  }
+  std::vector<VeltoSignatureParameter> relevantParameters() const override { return {}; }
+  VeltoResult<std::string> parse(const VeltoData& data) const override {
+    return std::string(reinterpret_cast<const char*>(data.data()), data.size());
+  }
+
+ private:
+  std::string url_;
+};
+using GetEndpoint = TextEndpoint<VeltoEndpointBase<VeltoEmptyRequestParameters, std::string>>;
+
+class TokenEndpoint final : public GetEndpoint, public VeltoHttpAuthorizationProviding {
+ public:
+  TokenEndpoint(std::string url, std::promise<Outcome>& outcome, std::string token)
+      : GetEndpoint(std::move(url), outcome, VeltoSupportedHttpVerb::get, VeltoEmptyRequestParameters()),
+        token_(std::move(token)) {}
+  std::optional<VeltoHttpAuthorization> httpAuthorization() const override { return VeltoHttpAuthorization::bearer(token_); }
+
+ private:
+  std::string token_;
+};
+
+struct Comment : VeltoUploadEncodableObject<Comment> {
+  std::string text;
+  std::vector<std::string> tags;
+  double score = 0;
+  VeltoResult<void> encodeFieldsForUpload(VeltoKeyedEncodingContainer& container) const {
+    if (auto r = encodeValueForUpload(text, container, "text"); !r) return r;
+    if (auto r = encodeValueForUpload(tags, container, "tags"); !r) return r;
+    return encodeValueForUpload(score, container, "score");
+  }
+};
+using PostEndpoint = TextEndpoint<VeltoUploadingEndpointBase<Comment, std::string>>;
+
+TEST_F(VeltoRequestDispatcherRoadTest, everyAnswerAndTransportFailureBecomesItsOutcome) {
+  struct Case {
+    std::string url;
+    std::string outcome;
+    std::optional<std::int64_t> status = std::nullopt;
+    std::string payload = "";
+  };
+  velto::test::RefusingPort refusing;
+  const std::string https = "https://127.0.0.1:" + std::to_string(server.port());
+  const std::vector<Case> cases{
+      {server.url("/echo/200"), "success", 200, ":"},
+      {server.url("/echo/204"), "success", 204, ""},
+      {server.url("/redirect/302/3/201"), "success", 201, ":"},
+      {server.url("/echo/400"), "userError", 400, ":"},
+      {server.url("/echo/401"), "nonUserHttpError", 401, ":"},
+      {server.url("/echo/403"), "unauthorized"},
+      {server.url("/echo/404"), "nonUserHttpError", 404, ":"},
+      {server.url("/echo/500"), "nonUserHttpError", 500, ":"},
+      {server.url("/echo/299"), "applicationError"},
+      {server.url("/redirect/307/16/200"), "connectivityError"},
+      {server.url("/partial"), "connectivityError"},
+      {refusing.url(), "connectivityError"},
+      {https + "/echo/200", "nonConnectivityNetworkError"},
+      {"ftp://127.0.0.1/file", "nonConnectivityNetworkError"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.url);
+    std::promise<GetEndpoint::Outcome> outcome;
+    auto endpoint = std::make_shared<GetEndpoint>(c.url, outcome, VeltoSupportedHttpVerb::get, VeltoEmptyRequestParameters());
+    ASSERT_TRUE(queue->sync(impetus, [&](const Via& via) { return dispatcher->begin(endpoint, via); }).hasValue());
+    const auto ended = outcome.get_future().get();
+    EXPECT_EQ(ended.caseName(), c.outcome);
+    if (const auto* success = ended.getIf<GetEndpoint::Outcome::Success>()) {
+      EXPECT_EQ(rawValue(success->statusCode), c.status);
+      EXPECT_EQ(success->payload, c.payload);
+    }
+    if (const auto* failure = ended.getIf<GetEndpoint::Outcome::NonUserHttpError>()) {
+      EXPECT_EQ(rawValue(failure->statusCode), c.status);
+      EXPECT_EQ(failure->data.size(), c.payload.size());
+    }
+    if (const auto* failure = ended.getIf<GetEndpoint::Outcome::NonConnectivityNetworkError>()) {
+      EXPECT_EQ(failure->error.message(), "Network error");
+      EXPECT_EQ(failure->error.frameworkError()->domain(), "NSURLErrorDomain");
+    }
+  }
+  EXPECT_TRUE(isEmptyOnQueue());
+}
+
+TEST_F(VeltoRequestDispatcherRoadTest, cancelledStalledAndRefusedRequestsGetTheirOutcomes) {
+  auto quickAdapter = VeltoURLSessionDataTaskNetworkAdapter::create(logger, {.timeout = std::chrono::seconds(1)});
+  auto quick = VeltoRequestDispatcher::createOnQueue(queue, logger, quickAdapter);
+  std::promise<GetEndpoint::Outcome> timedOut, cancelled, injected;
+  auto stalled = std::make_shared<GetEndpoint>(server.url("/stall"), timedOut, VeltoSupportedHttpVerb::get,
+                                               VeltoEmptyRequestParameters());
+  auto toCancel = std::make_shared<GetEndpoint>(server.url("/stall?second"), cancelled, VeltoSupportedHttpVerb::get,
+                                                VeltoEmptyRequestParameters());
+  auto badToken = std::make_shared<TokenEndpoint>(server.url("/echo/200"), injected, "abc\r\nX-Admin: 1");
+  ASSERT_TRUE(queue->sync(impetus, [&](const Via& via) { return quick->begin(stalled, via); }).hasValue());
+  ASSERT_TRUE(queue->sync(impetus, [&](const Via& via) { return dispatcher->begin(toCancel, via); }).hasValue());
+  ASSERT_TRUE(gate.waitForArrivals(2));
+  ASSERT_TRUE(queue->sync(impetus, [&](const Via& via) {
+                  return dispatcher->cancel(toCancel->makeSignature().value(), via);
+                }).hasValue());
+  const VeltoResult<void> refused = queue->sync(impetus, [&](const Via& via) { return dispatcher->begin(badToken, via); });
+  ASSERT_TRUE(refused.isFailure());
+  EXPECT_EQ(refused.error().message(), "Request header value holds a line break or NUL");
+
+  EXPECT_EQ(timedOut.get_future().get().caseName(), "connectivityError");
+  EXPECT_EQ(cancelled.get_future().get().caseName(), "cancelled");
+  const auto rejected = injected.get_future().get();
+  ASSERT_EQ(rejected.caseName(), "nonConnectivityNetworkError");
+  EXPECT_EQ(rejected.getIf<GetEndpoint::Outcome::NonConnectivityNetworkError>()->error.uuid(), refused.error().uuid());
+  EXPECT_TRUE(isEmptyOnQueue());
+  EXPECT_TRUE(queue->sync([&] { return quick->isEmpty(); }));
+  EXPECT_EQ(server.count("/echo/200"), 0u) << "the refused request was never sent";
+}
+
+TEST_F(VeltoRequestDispatcherRoadTest, uploadedBodiesArriveByteForByte) {
+  Comment comment;
+  comment.text = "red & \"blue\" shoes, 100% \u00e9t\u00e9 \n";
+  comment.tags = {"a b", "", "=&?"};
+  comment.score = 0.1;
+  for (const VeltoKnownMimeType mimeType : {VeltoKnownMimeType::json, VeltoKnownMimeType::form}) {
+    std::promise<PostEndpoint::Outcome> outcome;
+    auto endpoint = std::make_shared<PostEndpoint>(server.url("/echo/201"), outcome, VeltoSupportedHttpVerb::post,
+                                                   mimeType, comment);
+    const VeltoData expected = endpoint->makeEncodedPayload().value().value();
+    ASSERT_TRUE(queue->sync(impetus, [&](const Via& via) { return dispatcher->begin(endpoint, via); }).hasValue());
+    const auto ended = outcome.get_future().get();
+    ASSERT_EQ(ended.caseName(), "success");
+    const std::string sent(reinterpret_cast<const char*>(expected.data()), expected.size());
+    EXPECT_EQ(ended.getIf<PostEndpoint::Outcome::Success>()->payload, ":" + sent);
+    const auto seen = server.recorded().back();
+    EXPECT_EQ(seen.body, sent);
+    EXPECT_EQ(seen.header("Content-Type"), std::string(rawValue(mimeType)));
+  }
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include "support/LoopbackServer.hpp"
 
+#include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -81,6 +83,25 @@ std::size_t LoopbackServer::count(std::string_view path) const {
   std::size_t n = 0;
   for (const auto& request : recorded_) n += (path.empty() || request.path == path) ? 1 : 0;
   return n;
+}
+
+RefusingPort::RefusingPort() : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (socket_ < 0 || ::bind(socket_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+      ::getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    std::cerr << "RefusingPort: could not bind a loopback port\n";
+    std::abort();
+  }
+  port_ = ntohs(address.sin_port);
+}
+
+RefusingPort::~RefusingPort() { ::close(socket_); }
+
+std::string RefusingPort::url(std::string_view pathAndQuery) const {
+  return "http://127.0.0.1:" + std::to_string(port_) + std::string(pathAndQuery);
 }
 
 namespace {

@@ -109,6 +109,22 @@ class LoopbackServer {
   std::vector<RecordedRequest> recorded_;
 };
 
+/// A port on 127.0.0.1 that is bound but not listening while the object lives: connecting to
+/// it is refused at once, and no other process can take it meanwhile.
+class RefusingPort {
+ public:
+  RefusingPort();
+  ~RefusingPort();
+  RefusingPort(const RefusingPort&) = delete;
+  RefusingPort& operator=(const RefusingPort&) = delete;
+  /// "http://127.0.0.1:<port>" followed by `pathAndQuery`.
+  [[nodiscard]] std::string url(std::string_view pathAndQuery = "/") const;
+
+ private:
+  int socket_;
+  int port_ = 0;
+};
+
 /// The routes most networking tests share (register before `start`):
 ///   /echo/<status>                 answers <status> with "<X-Probe header>:<request body>" (204: no body),
 ///                                  for GET, POST, PUT and DELETE;

@@ -2,9 +2,6 @@
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <future>
@@ -59,32 +56,6 @@ Completed fetch(UrlSession& session, UrlRequest request, std::string description
   }
   return future.get();
 }
-
-// A port on 127.0.0.1 where nothing listens while the object lives: connecting is refused.
-class RefusingPort {
- public:
-  RefusingPort() : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (::bind(socket_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      ADD_FAILURE() << "could not bind a loopback port";
-    }
-    port_ = ntohs(address.sin_port);
-  }
-  ~RefusingPort() { ::close(socket_); }
-  RefusingPort(const RefusingPort&) = delete;
-  RefusingPort& operator=(const RefusingPort&) = delete;
-  [[nodiscard]] std::string url(std::string_view path) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + std::string(path);
-  }
-
- private:
-  int socket_;
-  int port_ = 0;
-};
 
 struct ServerFixture : testing::Test {
   LoopbackServer server;
@@ -219,7 +190,7 @@ TEST_F(UrlSessionTest, randomTrafficFromSeveralThreadsMatchesTheEchoModel) {
 
 TEST_F(UrlSessionTest, transportFailuresBecomeUrlLoadingErrorsWithCurlDetails) {
   UrlSession session({.description = "test.errors"});
-  RefusingPort refusing;
+  velto::test::RefusingPort refusing;
   struct Case {
     std::string url;
     std::int64_t code;
