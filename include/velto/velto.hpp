@@ -61,6 +61,7 @@
 #include "velto/networking/VeltoHttpStatusCode.hpp"
 #include "velto/networking/VeltoKnownMimeType.hpp"
 #include "velto/networking/VeltoNetworkAdapting.hpp"
+#include "velto/networking/VeltoRequestDispatcher.hpp"
 #include "velto/networking/VeltoRequestSupporting.hpp"
 #include "velto/networking/VeltoResourceAdapting.hpp"
 #include "velto/networking/VeltoSignatureParameter.hpp"
@@ -78,3 +79,4 @@
 #include "velto/values/VeltoPrecision.hpp"
 #include "velto/values/VeltoRandom.hpp"
 #include "velto/values/VeltoToleranceComparable.hpp"
+#include "velto/networking/adapters/VeltoURLSessionDataTaskNetworkAdapter.hpp"
