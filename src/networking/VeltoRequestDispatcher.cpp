@@ -115,7 +115,7 @@ VeltoRequestDispatcher::~VeltoRequestDispatcher() {
     (void)networkAdapter_->cancel(signature, released, VELTO_SITE(kDispatcherFile, "deinit"));
     auto cancelled = VeltoPlatformError::make(std::string(VeltoPlatformError::urlErrorDomain), -999, "cancelled");
     async(*VeltoDispatchQueue::global(), logger_, released,
-          [endpoint, cancelled](const Via& via) { return endpoint->completed(std::nullopt, cancelled, via); },
+          [endpoint = endpoint, cancelled](const Via& via) { return endpoint->completed(std::nullopt, cancelled, via); },
           VELTO_SITE(kDispatcherFile, "deinit"));
   }
 }
