@@ -281,39 +281,6 @@ TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, dataTaskCompletionFollowsItsRu
   }
 }
 
-TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, cancelEndsOnlyTheTasksOfItsSignature) {
-  log.connect(*adapter);
-  auto stalled = std::make_shared<RecordingEndpoint>(server.url("/stall"), std::vector<VeltoSignatureParameter>{"a"});
-  auto other = VeltoEndpointSignature(boost::urls::url(server.url("/stall")), {"b"});
-  ASSERT_TRUE(adapter->begin(stalled, impetus).hasValue());
-  ASSERT_TRUE(gate.waitForArrivals(1));
-  EXPECT_TRUE(adapter->cancel(other, impetus).hasValue());
-  ASSERT_TRUE(adapter->cancel(signatureOf(*stalled), impetus).hasValue());
-  const auto reports = log.waitForCompletions(1);
-  ASSERT_EQ(reports.size(), 1u) << "no body for a cancelled task";
-  EXPECT_EQ(reports[0].signature, signatureOf(*stalled).stringRepresentation());
-  EXPECT_FALSE(reports[0].statusCode);
-  ASSERT_TRUE(reports[0].error);
-  EXPECT_EQ(reports[0].error->code(), -999);
-  EXPECT_EQ(reports[0].error->domain(), "NSURLErrorDomain");
-}
-
-TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, transportErrorsArriveWithoutStatusOrBody) {
-  auto quick = Adapter::create(logger, {.timeout = std::chrono::seconds(1)});
-  log.connect(*quick);
-  ASSERT_TRUE(quick->begin(std::make_shared<RecordingEndpoint>(server.url("/stall")), impetus).hasValue());
-  ASSERT_TRUE(quick->begin(std::make_shared<RecordingEndpoint>(server.url("/partial")), impetus).hasValue());
-  ASSERT_TRUE(quick->begin(std::make_shared<RecordingEndpoint>(server.url("/redirect/307/16/200")), impetus).hasValue());
-  std::vector<std::int64_t> codes;
-  for (const Report& report : log.waitForCompletions(3)) {
-    EXPECT_EQ(report.callback, "onCompleted");
-    EXPECT_FALSE(report.statusCode);
-    codes.push_back(report.error ? report.error->code() : 0);
-  }
-  std::sort(codes.begin(), codes.end());
-  EXPECT_EQ(codes, (std::vector<std::int64_t>{-1007, -1005, -1001}));
-}
-
 TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, destroyedAdaptersCompleteTheirRequestsAsCancelled) {
   log.connect(*adapter);
   for (const char* parameter : {"1", "2", "3"}) {
