@@ -70,7 +70,8 @@ template <class T>
 struct VeltoUploadConformance {};
 
 /// Set to true for a raw-representable enumeration described with BOOST_DESCRIBE_ENUM to
-/// upload its case name (see the header comment).
+/// upload its case name (see the header comment). Specialise it beside the enumeration, before
+/// any upload of it is compiled, so that every translation unit sees the same answer.
 template <class E>
 inline constexpr bool VeltoUploadsCaseName = false;
 

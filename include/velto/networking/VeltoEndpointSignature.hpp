@@ -98,7 +98,8 @@ struct std::hash<VeltoEndpointSignature> {
   std::size_t operator()(const VeltoEndpointSignature& signature) const noexcept { return signature.hashValue(); }
 };
 
-/// Debug output of a URL: its string.
+/// Debug output of a URL: its string. Declared here, with the type that exposes URLs; a unit that
+/// records a boost::urls::url includes this header so that every unit renders URLs alike.
 template <>
 struct VeltoDebugConformance<boost::urls::url> {
   static VeltoResult<void> encodeForDynamicDebug(const boost::urls::url& url, VeltoEncoder& encoder,
