@@ -1,7 +1,10 @@
 // The road of a request (dispatcher, adapter, libcurl session, endpoint completion on the global
-// queue) against the same loopback GETs driven through a bare libcurl multi handle, with the
-// same options and the same concurrency (all requests queued at once, 6 connections to the
-// host), both against one cpp-httplib server on 127.0.0.1 in this process.
+// queue) against the same loopback GETs driven through a bare libcurl multi handle with the same
+// options and the same concurrency (six requests in flight to the host), both against one
+// cpp-httplib server on 127.0.0.1 in this process. The session alone (no dispatcher, no queue
+// hops) runs beside them, so that the ratios separate the transport from the road's two hops
+// (worker -> the dispatcher's serial queue -> the global queue). On a shared machine pass
+// --benchmark_enable_random_interleaving=true so that load drift hits all three alike.
 #include <benchmark/benchmark.h>
 
 #include <curl/curl.h>
