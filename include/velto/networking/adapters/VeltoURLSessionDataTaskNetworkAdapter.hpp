@@ -38,7 +38,8 @@ struct NetworkAdapterReporter;
 /// the organisation's prefix and ".velto.url-session.simple-network-adapter". The session keeps
 /// no cookies, reads no .netrc or stored credentials, caches nothing, uses no proxy, verifies TLS
 /// peers, speaks HTTP/2 over TLS where offered, follows up to 16 redirects (one more fails with
-/// -1007) and opens at most 6 connections per host. Transport failures reach `onCompleted` as
+/// -1007) and runs at most 6 requests at a time per host (the rest wait in line, in order; over
+/// HTTP/2 too, where they could share one connection). Transport failures reach `onCompleted` as
 /// NSURLErrorDomain errors (-1001 timed out, -1003 host not found, -1004 cannot connect, -1005
 /// connection lost, -1009 not connected, -999 cancelled, ...; curl's own code and message are in
 /// the user information under "curlCode" and "curlMessage").
@@ -63,6 +64,7 @@ class VeltoURLSessionDataTaskNetworkAdapter final : public VeltoNetworkAdapting 
     /// A request fails with -1001 when nothing moves for this long (whole seconds once
     /// connected, at least one).
     std::chrono::milliseconds timeout = std::chrono::seconds(60);
+    /// Requests running at once to one scheme, host and port.
     long maximumConnectionsPerHost = 6;
     long maximumRedirects = 16;
   };
