@@ -70,6 +70,7 @@
 #include "velto/networking/VeltoHttpStatusCode.hpp"
 #include "velto/networking/VeltoKnownMimeType.hpp"
 #include "velto/networking/VeltoNetworkAdapting.hpp"
+#include "velto/networking/VeltoRequestDispatcher.hpp"
 #include "velto/networking/VeltoRequestSupporting.hpp"
 #include "velto/networking/VeltoResourceAdapting.hpp"
 #include "velto/networking/VeltoSignatureParameter.hpp"
@@ -100,3 +101,4 @@
 #include "velto/values/VeltoScalarInterpolable.hpp"
 #include "velto/values/VeltoStridedEnumerator.hpp"
 #include "velto/values/VeltoToleranceComparable.hpp"
+#include "velto/networking/adapters/VeltoURLSessionDataTaskNetworkAdapter.hpp"
