@@ -64,22 +64,35 @@ TEST(VeltoArrayUtil, spansGiveEachPartitionItsElements) {
   for (std::size_t i = 0; i < values.size(); ++i) ASSERT_EQ(values[i], static_cast<long>(i * i));
 }
 
+// With every pool thread held, the caller runs the partitions alone and in order, so the stop is
+// exact: the failing partition is the last to start, and helpers that get a thread later find the
+// run stopped.
 TEST(VeltoArrayUtil, aFailureStopsFurtherPartitionsAndIsWrapped) {
+  const auto poolThreads = static_cast<std::ptrdiff_t>(std::max(2u, std::thread::hardware_concurrency()));
+  std::latch held(poolThreads);
+  auto release = std::make_shared<std::promise<void>>();
+  std::shared_future<void> released = release->get_future().share();
+  for (std::ptrdiff_t i = 0; i < poolThreads; ++i) {
+    VeltoDispatchQueue::global()->async([&held, released] {
+      held.count_down();
+      released.wait();
+    });
+  }
+  held.wait();
   std::atomic<int> started = 0;
   const auto done = VeltoArrayUtil::parallelPartitionedWork(1000, 1000, [&](const Partition& partition) -> VeltoResult<void> {
     started.fetch_add(1);
     if (partition.index == 5) return VeltoResult<void>::fromMessage("Bad sample");
     return VeltoResultVoidSuccess;
   });
+  const int startedBeforeTheReturn = started.load();
+  release->set_value();
   ASSERT_TRUE(done.isFailure());
   EXPECT_EQ(done.error().message(), "Bad sample");
   const VeltoStackFrame& wrap = done.error().stackFrames().back();
   EXPECT_EQ(*wrap.args().get<VeltoArgs>()->find("partition")->get<std::size_t>(), 5u);
   EXPECT_EQ(wrap.codeSite().fileName(), "Util/VeltoArrayUtil");
-  // Claims go in index order, and none starts after the stop: only partitions already claimed
-  // by the other threads can follow 5.
-  const int threads = 1 + static_cast<int>(std::max(2u, std::thread::hardware_concurrency()));
-  EXPECT_LE(started.load(), 5 + threads);
+  EXPECT_EQ(startedBeforeTheReturn, 6);
 }
 
 TEST(VeltoArrayUtil, anExceptionReachesTheCallerAfterTheRunningPartitionsFinish) {
