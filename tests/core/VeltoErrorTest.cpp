@@ -112,7 +112,7 @@ TEST(VeltoError, summaryIsOneLineWithMessageInnermostSiteAndImpetus) {
   stream << joined;
   EXPECT_EQ(stream.str(), expected);
   EXPECT_EQ(fmt::format("{}", joined), expected);
-  EXPECT_EQ(fmt::format("[{:>12.4}]", fresh), "[        Disk]") << "string specs apply";
+  EXPECT_EQ(fmt::format("[{:>12.4}]", fresh), "[        Disk]") << "string format options apply";
 }
 
 // Whatever bytes a message or an impetus name holds, the summary is one line without control

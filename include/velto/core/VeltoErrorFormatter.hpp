@@ -1,5 +1,5 @@
 // fmt support for VeltoError: `fmt::format("{}", error)` gives `error.summary()`, the one-line
-// form, and takes the string format specs (width, fill, alignment: "{:>80}").
+// form, and takes the string format options (width, fill, alignment: "{:>80}").
 //
 //   spdlogLogger->warn("sync failed: {}", error);
 //
