@@ -12,32 +12,17 @@
 #include <thread>
 #include <vector>
 
+#include "support/FailureArgs.hpp"
 #include "support/FrameNames.hpp"
 #include "support/KeyedListModel.hpp"
 
 namespace {
 
+using velto::test::arg;
+using velto::test::argNames;
 using velto::test::functionNames;
 using velto::test::KeyedListModel;
 using Outcome = KeyedListModel::Outcome;
-
-const VeltoArgs& argsOf(const VeltoError& error, std::size_t frame) {
-  static const VeltoArgs empty;
-  const VeltoArgs* args = error.stackFrames().at(frame).args().get<VeltoArgs>();
-  return args != nullptr ? *args : empty;
-}
-
-std::vector<std::string> argNames(const VeltoError& error, std::size_t frame) {
-  std::vector<std::string> names;
-  for (const auto& [name, value] : argsOf(error, frame)) names.push_back(name);
-  return names;
-}
-
-template <class T>
-const T* arg(const VeltoError& error, std::string_view name, std::size_t frame) {
-  const VeltoAny* value = argsOf(error, frame).find(name);
-  return value != nullptr ? value->get<T>() : nullptr;
-}
 
 // A producer that counts its calls per key and returns "<key>#<call number>", so a test can
 // tell a stored item from a fresh one; it fails for keys in `failing`.
@@ -60,34 +45,6 @@ std::shared_ptr<Cache> makeCache(Producer& producer, std::size_t limit) {
 std::set<std::string> keysOf(Cache& cache) {
   const auto keys = cache.keys();
   return {keys.begin(), keys.end()};
-}
-
-TEST(VeltoLinkListBasedFiniteCountCache, evictsTheLeastRecentlyUsed) {
-  Producer producer;
-  auto cache = makeCache(producer, 2);
-  for (const char* key : {"A", "B", "A", "C"}) ASSERT_TRUE(cache->get(key)) << key;
-  EXPECT_EQ(keysOf(*cache), (std::set<std::string>{"A", "C"}));
-  EXPECT_EQ(cache->count(), 2u);
-  EXPECT_EQ(cache->maxItemCount(), 2u);
-  EXPECT_EQ(producer.calls["A"], 1);
-}
-
-TEST(VeltoLinkListBasedFiniteCountCache, aHitReturnsTheFirstItemWithoutProducing) {
-  Producer producer;
-  auto cache = makeCache(producer, 4);
-  EXPECT_EQ(cache->get("A").value(), "A#1");
-  EXPECT_EQ(cache->get("B").value(), "B#1");
-  EXPECT_EQ(cache->get("A").value(), "A#1");
-  EXPECT_EQ(producer.calls["A"], 1);
-}
-
-TEST(VeltoLinkListBasedFiniteCountCache, limitZeroProducesEveryTimeAndKeepsNothing) {
-  Producer producer;
-  auto cache = makeCache(producer, 0);
-  EXPECT_EQ(cache->get("A").value(), "A#1");
-  EXPECT_EQ(cache->get("A").value(), "A#2");
-  EXPECT_EQ(cache->count(), 0u);
-  EXPECT_TRUE(cache->keys().empty());
 }
 
 TEST(VeltoLinkListBasedFiniteCountCache, aProducerFailureIsWrappedTwiceAndStoresNothing) {
@@ -127,15 +84,6 @@ TEST(VeltoLinkListBasedFiniteCountCache, anInteriorHitLeadsToNoTailToRemove) {
   EXPECT_EQ(cache->count(), 4u);
   EXPECT_EQ(keysOf(*cache), (std::set<std::string>{"B", "D", "E", "F"}));
   EXPECT_EQ(cache->get("F").value(), "F#1");  // a hit still works
-}
-
-TEST(VeltoLinkListBasedFiniteCountCache, mapVisitsEveryEntryWithItsNode) {
-  Producer producer;
-  auto cache = makeCache(producer, 3);
-  for (const char* key : {"A", "B", "C"}) ASSERT_TRUE(cache->get(key));
-  auto pairs = cache->map([](const std::string& key, const std::shared_ptr<Cache::Node>& node) { return key + "=" + node->item(); });
-  std::multiset<std::string> seen(pairs.begin(), pairs.end());
-  EXPECT_EQ(seen, (std::multiset<std::string>{"A=A#1", "B=B#1", "C=C#1"}));
 }
 
 // The cache's rules over index-based nodes, on the list model: what a get must return and
