@@ -2,66 +2,32 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <memory>
 #include <optional>
-#include <string>
+#include <random>
 
 namespace {
 
-TEST(VeltoCircularBuffer, returnsTheOldestOnceFull) {
-  VeltoCircularBuffer<int> ring(3);
-  EXPECT_EQ(ring.pushAndPop(1), std::nullopt);
-  EXPECT_EQ(ring.pushAndPop(2), std::nullopt);
-  EXPECT_EQ(ring.pushAndPop(3), std::nullopt);
-  EXPECT_EQ(ring.count(), 3);
-  EXPECT_EQ(ring.pushAndPop(4), 1);
-  EXPECT_EQ(ring.pushAndPop(5), 2);
-  EXPECT_EQ(ring.pop(), 3);
-  EXPECT_EQ(ring.pop(), 4);
-  EXPECT_EQ(ring.pop(), 5);
-  EXPECT_EQ(ring.pop(), std::nullopt);
-  EXPECT_EQ(ring.count(), 0);
-}
-
-TEST(VeltoCircularBuffer, wrapsAroundAfterCapacity) {
-  VeltoCircularBuffer<int> ring(3);
-  for (int i = 1; i <= 3; ++i) (void)ring.pushAndPop(i);
-  for (int i = 4; i <= 10; ++i) EXPECT_EQ(ring.pushAndPop(i), i - 3) << "push " << i;
-  EXPECT_EQ(ring.pop(), 8);
-  EXPECT_EQ(ring.pop(), 9);
-  EXPECT_EQ(ring.pop(), 10);
-}
-
-TEST(VeltoCircularBuffer, pushAfterPopFillsTheGapBeforeTheOldest) {
-  VeltoCircularBuffer<int> ring(3);
-  for (int i = 1; i <= 4; ++i) (void)ring.pushAndPop(i);  // storage 4 2 3, oldest at 1
-  EXPECT_EQ(ring.pop(), 2);                              // storage 4 3, oldest at 1
-  EXPECT_EQ(ring.pushAndPop(5), std::nullopt);           // storage 4 5 3, oldest at 2
-  EXPECT_EQ(ring.count(), 3);
-  EXPECT_EQ(ring.pushAndPop(6), 3);
-  EXPECT_EQ(ring.pop(), 4);
-  EXPECT_EQ(ring.pop(), 5);
-  EXPECT_EQ(ring.pop(), 6);
-  EXPECT_EQ(ring.pop(), std::nullopt);
-}
-
-TEST(VeltoCircularBuffer, popOfTheLastStoredElementWrapsToTheStart) {
-  VeltoCircularBuffer<int> ring(2);
-  for (int i = 1; i <= 3; ++i) (void)ring.pushAndPop(i);  // storage 3 2, oldest at 1
-  EXPECT_EQ(ring.pop(), 2);                              // oldest wraps to 0
-  EXPECT_EQ(ring.pushAndPop(4), std::nullopt);
-  EXPECT_EQ(ring.pushAndPop(5), 3);
-  EXPECT_EQ(ring.pop(), 4);
-  EXPECT_EQ(ring.pop(), 5);
-}
-
-TEST(VeltoCircularBuffer, capacityOneSwapsEveryPush) {
-  auto ring = VeltoCircularBuffer<std::string>::create(1);
-  EXPECT_EQ(ring->pushAndPop("a"), std::nullopt);
-  EXPECT_EQ(ring->pushAndPop("b"), "a");
-  EXPECT_EQ(ring->pushAndPop("c"), "b");
-  EXPECT_EQ(ring->maxCount(), 1);
-  EXPECT_EQ(ring->pop(), "c");
+// Random pushes and pops against a deque holding at most `capacity` elements: a push onto a full
+// ring returns the oldest, a pop returns the oldest or nothing, at every position of the storage.
+TEST(VeltoCircularBuffer, behavesAsABoundedQueueThatHandsBackTheOldest) {
+  std::mt19937 random(3);
+  for (std::ptrdiff_t capacity = 1; capacity <= 5; ++capacity) {
+    auto ring = VeltoCircularBuffer<int>::create(capacity);
+    std::deque<int> model;
+    for (int step = 0; step < 2000; ++step) {
+      std::optional<int> oldest;
+      const bool push = random() % 3 != 0;
+      if ((!push || static_cast<std::ptrdiff_t>(model.size()) == capacity) && !model.empty()) {
+        oldest = model.front();
+        model.pop_front();
+      }
+      if (push) model.push_back(step);
+      ASSERT_EQ(push ? ring->pushAndPop(step) : ring->pop(), oldest) << "capacity " << capacity << " step " << step;
+      ASSERT_EQ(ring->count(), static_cast<std::ptrdiff_t>(model.size()));
+    }
+  }
 }
 
 TEST(VeltoCircularBuffer, holdsMoveOnlyElements) {

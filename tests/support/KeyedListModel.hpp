@@ -1,12 +1,14 @@
 // A reference model of the doubly linked keyed list: nodes in a vector, links as indices, no
 // ownership. It follows the list's rules step by step, the deliberate interior-promotion quirk
-// included, so randomized tests can compare every link of the real list (and of the caches
-// built on it) against it.
+// included, so randomized tests can compare every link of the real list against it; and a model
+// of the count and cost caches built on it.
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace velto::test {
@@ -144,5 +146,70 @@ inline std::string messageOf(KeyedListModel::Outcome outcome) {
   }
   return "?";
 }
+
+// The list-based count and cost caches over the list model: a hit promotes, a miss produces,
+// adds at the head and evicts from the tail while over the limit (the count, or the summed cost
+// for a cost cache, which also refuses an item costing the whole limit).
+struct LinkedCacheModel {
+  KeyedListModel list;
+  std::map<int, int> idsByKey;
+  std::vector<long> costs;  // by node id
+  std::size_t count = 0;
+  long totalCost = 0;
+  long limit;
+  bool byCost;
+  LinkedCacheModel(long limit, bool byCost) : limit(limit), byCost(byCost) {}
+
+  // {innermost failure message or "", item, whether the producer ran}
+  struct Get {
+    std::string message;
+    int item = -1;
+    bool produced = false;
+  };
+  Get get(int key, int newItem, long cost, bool producerFails) {
+    if (const auto found = idsByKey.find(key); found != idsByKey.end()) {
+      const KeyedListModel::Outcome outcome = list.promoteToHead(found->second);
+      if (outcome != KeyedListModel::Outcome::ok) return {messageOf(outcome)};
+      return {"", list.nodes[static_cast<std::size_t>(found->second)].item};
+    }
+    if (producerFails) return {"Cannot produce", -1, true};
+    if (byCost && !(cost < limit)) return {"Item cost exceeds entire cache's maxCost", -1, true};
+    const int id = list.addToHead(key, newItem);
+    costs.resize(list.nodes.size());
+    costs[static_cast<std::size_t>(id)] = cost;
+    idsByKey[key] = id;
+    ++count;
+    totalCost += cost;
+    while (byCost ? totalCost > limit : count > static_cast<std::size_t>(limit)) {
+      const auto [outcome, removed] = list.removeTail();
+      if (outcome != KeyedListModel::Outcome::ok) return {messageOf(outcome), -1, true};
+      if (byCost && !idsByKey.contains(list.key(removed))) return {"Removed tail key wasn't in cache", -1, true};
+      idsByKey.erase(list.key(removed));
+      --count;
+      totalCost -= costs[static_cast<std::size_t>(removed)];
+    }
+    return {"", newItem, true};
+  }
+
+  // The cache's entries as {key, item, tailward key, headward key} (-1 for no node) against the
+  // model: "" when they agree, else the first difference.
+  [[nodiscard]] std::string divergence(const std::vector<std::tuple<int, int, int, int>>& entries) const {
+    if (entries.size() != idsByKey.size() || entries.size() != count) {
+      return std::to_string(entries.size()) + " entries, model " + std::to_string(idsByKey.size()) + " keys, count " +
+             std::to_string(count);
+    }
+    const auto keyOf = [&](int id) { return id == KeyedListModel::none ? -1 : list.key(id); };
+    for (const auto& [key, item, tailwardKey, headwardKey] : entries) {
+      const auto found = idsByKey.find(key);
+      if (found == idsByKey.end()) return "key " + std::to_string(key) + " not in the model";
+      const KeyedListModel::Node& node = list.nodes[static_cast<std::size_t>(found->second)];
+      if (item != node.item || tailwardKey != keyOf(node.tailward) || headwardKey != keyOf(node.headward)) {
+        return "key " + std::to_string(key) + " has item " + std::to_string(item) + " between " + std::to_string(headwardKey) +
+               " and " + std::to_string(tailwardKey);
+      }
+    }
+    return "";
+  }
+};
 
 }  // namespace velto::test

@@ -7,12 +7,8 @@
 
 namespace {
 
-TEST(AttributedStringCharacter, returnsTheCharacterAtAnIndex) {
-  EXPECT_EQ(character("abc", 0).value(), "a");
-  EXPECT_EQ(character("abc", 2).value(), "c");
-}
-
 TEST(AttributedStringCharacter, countsUserPerceivedCharacters) {
+  EXPECT_EQ(character("abc", 2).value(), "c");
   const std::string text = "e\u0301x\U0001F1EB\U0001F1F7\U0001F600";  // e + combining acute, x, a flag, an emoji
   EXPECT_EQ(character(text, 0).value(), "e\u0301");
   EXPECT_EQ(character(text, 1).value(), "x");

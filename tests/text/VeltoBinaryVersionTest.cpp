@@ -7,17 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "support/FailureArgs.hpp"
+
 namespace {
 
 using Components = std::vector<std::uint64_t>;
 
 VeltoBinaryVersion version(const char* text) { return VeltoBinaryVersion::make(text).value(); }
-
-const VeltoArgs& argsOf(const VeltoError& error) {
-  static const VeltoArgs none;
-  const VeltoArgs* args = error.stackFrames().at(0).args().get<VeltoArgs>();
-  return args ? *args : none;
-}
 
 TEST(VeltoBinaryVersion, parsesAndStringifiesDottedComponents) {
   const auto v = version("1.2.3");
@@ -37,7 +33,7 @@ TEST(VeltoBinaryVersion, rejectsEmptyAndNonDigitTokens) {
     EXPECT_EQ(result.error().message(), "Invalid component") << text;
   }
   const auto result = VeltoBinaryVersion::make("1.2.x.4");
-  const VeltoArgs& args = argsOf(result.error());
+  const VeltoArgs& args = velto::test::argsOf(result.error(), 0);
   EXPECT_EQ(*args.find("string")->get<std::string>(), "1.2.x.4");
   EXPECT_EQ(*args.find("tokens")->get<std::vector<std::string>>(), (std::vector<std::string>{"1", "2", "x", "4"}));
   EXPECT_EQ(*args.find("components")->get<Components>(), (Components{1, 2})) << "parsed so far";
@@ -62,7 +58,7 @@ TEST(VeltoBinaryVersion, makeFromComponentsRequiresOne) {
   const auto empty = VeltoBinaryVersion::make(Components{});
   ASSERT_TRUE(empty.isFailure());
   EXPECT_EQ(empty.error().message(), "No components");
-  EXPECT_NE(argsOf(empty.error()).find("components"), nullptr);
+  EXPECT_NE(velto::test::argsOf(empty.error(), 0).find("components"), nullptr);
   EXPECT_EQ(empty.error().stackFrames()[0].codeSite().functionName(), "make(components:)");
 }
 

@@ -58,14 +58,10 @@ TEST(VeltoRegex, captureGroupsComeFromTheFirstMatchOnly) {
 TEST(VeltoRegex, replacingMatchesUsesTemplates) {
   EXPECT_EQ(regex(R"((\w+)@(\w+))")->replacingMatches("me@home, you@work", "$2@$1").value(), "home@me, work@you");
   EXPECT_EQ(regex(R"(\d)")->replacingMatches("no digits", "#").value(), "no digits");
-  EXPECT_EQ(regex(R"(\d)")->replacingMatches("a1b2", R"(\$)").value(), "a$b$");
   EXPECT_EQ(regex("😀")->replacingMatches("a😀b", "$0$0").value(), "a😀😀b");
-
-  // Dollars that name no group are text, as the platform's templates read them.
-  EXPECT_EQ(regex(R"(\d+)")->replacingMatches("price 5", "US$ $0").value(), "price US$ 5");
-  EXPECT_EQ(regex(R"(\d)")->replacingMatches("a1", "$").value(), "a$");
+  // Escapes and dollars that name no group are checked at random below, in ASCII; a named
+  // group is not named in a template either.
   EXPECT_EQ(regex(R"((?<n>\d))")->replacingMatches("a1", "${n}").value(), "a${n}");
-  EXPECT_EQ(regex(R"(\d)")->replacingMatches("a1", "x\\").value(), "ax\\");
   EXPECT_EQ(regex(R"(\d)")->replacingMatches("a1", "\\😀").value(), "a😀") << "an escape takes a whole code point";
   // An empty match between every character still replaces once per position.
   EXPECT_EQ(regex("")->replacingMatches("ab", "-").value(), "-a-b-");

@@ -3,44 +3,33 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <random>
 
 namespace {
 
-constexpr std::uint64_t kAllOnes = ~std::uint64_t{0};
-
-TEST(VeltoBitMaskUtil, readsBitsFromTheLeastSignificant) {
-  EXPECT_TRUE(VeltoBitMaskUtil::is(0, 1));
-  EXPECT_FALSE(VeltoBitMaskUtil::is(1, 1));
-  EXPECT_TRUE(VeltoBitMaskUtil::is(63, std::uint64_t{1} << 63));
-  EXPECT_FALSE(VeltoBitMaskUtil::is(62, std::uint64_t{1} << 63));
-}
-
-TEST(VeltoBitMaskUtil, outOfRangeIndicesReadFalse) {
-  EXPECT_FALSE(VeltoBitMaskUtil::is(64, kAllOnes));
-  EXPECT_FALSE(VeltoBitMaskUtil::is(-1, kAllOnes));
-  EXPECT_FALSE(VeltoBitMaskUtil::is(INT64_MIN, kAllOnes));
-}
-
-TEST(VeltoBitMaskUtil, setsAndClearsOneBit) {
-  std::uint64_t word = 0;
-  VeltoBitMaskUtil::set(63, true, word);
-  EXPECT_EQ(word, std::uint64_t{1} << 63);
-  VeltoBitMaskUtil::set(0, true, word);
-  VeltoBitMaskUtil::set(0, true, word);
-  EXPECT_EQ(word, (std::uint64_t{1} << 63) | 1);
-  VeltoBitMaskUtil::set(63, false, word);
-  EXPECT_EQ(word, 1u);
-  VeltoBitMaskUtil::set(5, false, word);
-  EXPECT_EQ(word, 1u);
-}
-
-TEST(VeltoBitMaskUtil, outOfRangeIndicesWriteNothing) {
-  for (std::int64_t index : {std::int64_t{64}, std::int64_t{-1}, std::int64_t{1000}}) {
-    std::uint64_t ones = kAllOnes, zeros = 0;
-    VeltoBitMaskUtil::set(index, false, ones);
-    VeltoBitMaskUtil::set(index, true, zeros);
-    EXPECT_EQ(ones, kAllOnes) << index;
-    EXPECT_EQ(zeros, 0u) << index;
+// Every index from below 0 to past 63, on random words, against shifts: bit 0 is the least
+// significant, and indices outside 0...63 read false and write nothing.
+TEST(VeltoBitMaskUtil, readsAndWritesOneBitAndIgnoresIndicesOutOfRange) {
+  std::mt19937_64 random(9);
+  for (int round = 0; round < 200; ++round) {
+    const std::uint64_t word = round < 2 ? -std::uint64_t{static_cast<unsigned>(round)} : random();
+    for (const std::int64_t index : {INT64_MIN, std::int64_t{-1}, std::int64_t{64}, std::int64_t{1000}}) {
+      EXPECT_FALSE(VeltoBitMaskUtil::is(index, word));
+      for (const bool to : {false, true}) {
+        std::uint64_t written = word;
+        VeltoBitMaskUtil::set(index, to, written);
+        ASSERT_EQ(written, word) << index;
+      }
+    }
+    for (std::int64_t index = 0; index < 64; ++index) {
+      const std::uint64_t bit = std::uint64_t{1} << index;
+      ASSERT_EQ(VeltoBitMaskUtil::is(index, word), (word & bit) != 0) << index;
+      for (const bool to : {false, true}) {
+        std::uint64_t written = word;
+        VeltoBitMaskUtil::set(index, to, written);
+        ASSERT_EQ(written, to ? word | bit : word & ~bit) << index << " to " << to;
+      }
+    }
   }
 }
 

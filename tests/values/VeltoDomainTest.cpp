@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -72,23 +73,34 @@ TEST(VeltoDomain, ofDoublesAgreesWithTheDoubleDomainOnEveryOperation) {
   }
 }
 
-// Integers are exact in doubles, so the double domain is the model of the generic ordered
-// operations (membership, clamping, true bounds) over a type that is not double.
-TEST(VeltoDomain, ofIntegersDecidesMembershipAndClampsAsTheDoubleDomain) {
+// Membership by its rule, for both domains: inside the true bounds, and a bound counts only when
+// its eligibility allows it (both, for a point); a reversed domain's min is its upper bound.
+// Integer domains clamp as the double domain does.
+TEST(VeltoDomain, membershipFollowsOrientationAndEligibilityForDoublesAndIntegers) {
   for (int lo = -3; lo <= 3; ++lo) {
     for (int hi = -3; hi <= 3; ++hi) {
-      const VeltoDomain<int> domain(lo, hi);
-      const VeltoDoubleDomain reference(lo, hi);
-      EXPECT_EQ(domain.isReversed(), reference.range() < 0);
-      for (int x = -5; x <= 5; ++x) {
+      const VeltoDoubleDomain doubles(lo, hi);
+      const VeltoDomain<int> ints(lo, hi);
+      EXPECT_EQ(ints.isReversed(), hi < lo);
+      for (double x = -4; x <= 4; x += 0.5) {
+        SCOPED_TRACE(::testing::Message() << lo << " ... " << hi << " x " << x);
         for (const Eligibility eligibility : kEligibilities) {
-          EXPECT_EQ(domain.contains(x, eligibility), reference.contains(x, eligibility))
-              << lo << " ... " << hi << " x " << x << " eligibility " << static_cast<int>(eligibility);
+          const bool minAllowed = eligibility == Eligibility::allowBothBounds || eligibility == Eligibility::allowMin;
+          const bool maxAllowed = eligibility == Eligibility::allowBothBounds || eligibility == Eligibility::allowMax;
+          const bool expected = std::min(lo, hi) <= x && x <= std::max(lo, hi) && (x != lo || minAllowed) && (x != hi || maxAllowed);
+          ASSERT_EQ(doubles.contains(x, eligibility), expected) << static_cast<int>(eligibility);
+          if (x == std::floor(x)) {
+            ASSERT_EQ(ints.contains(static_cast<int>(x), eligibility), expected) << static_cast<int>(eligibility);
+          }
         }
-        EXPECT_EQ(domain.clamp(x), reference.clamp(x)) << lo << " ... " << hi << " x " << x;
+        if (x == std::floor(x)) {
+          ASSERT_EQ(ints.clamp(static_cast<int>(x)), doubles.clamp(x));
+        }
       }
     }
   }
+  EXPECT_FALSE(VeltoDoubleDomain::normal.contains(kNaN, Eligibility::allowBothBounds));
+  EXPECT_FALSE(VeltoDoubleDomain(kNaN, 1).contains(0.5, Eligibility::allowBothBounds));
 }
 
 // The conversion itself is pinned in VeltoScalarInterpolableTest; here, that each mapping into an

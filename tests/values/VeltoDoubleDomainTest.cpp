@@ -11,7 +11,6 @@
 
 namespace {
 
-using Eligibility = VeltoDoubleDomain::BoundsEligibility;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
@@ -67,33 +66,6 @@ TEST(VeltoDoubleDomain, setOperationsUseTrueBounds) {
   EXPECT_TRUE(wide.contains(VeltoDoubleDomain(1, 0)));
   EXPECT_TRUE(wide.contains(wide));
   EXPECT_FALSE(a.contains(VeltoDoubleDomain(0.5, 1.5)));
-}
-
-TEST(VeltoDoubleDomain, membershipFollowsOrientationAndEligibility) {
-  const auto& normal = VeltoDoubleDomain::normal;
-  const auto& reversed = VeltoDoubleDomain::normalReversed;
-  EXPECT_TRUE(normal.contains(0, Eligibility::allowMin));
-  EXPECT_FALSE(normal.contains(1, Eligibility::allowMin));
-  EXPECT_TRUE(normal.contains(1, Eligibility::allowMax));
-  EXPECT_FALSE(normal.contains(0, Eligibility::allowMax));
-  EXPECT_TRUE(normal.contains(1, Eligibility::allowBothBounds));
-  EXPECT_FALSE(normal.contains(1, Eligibility::excludeBothBounds));
-  EXPECT_TRUE(normal.contains(0.5, Eligibility::excludeBothBounds));
-
-  EXPECT_TRUE(reversed.contains(1, Eligibility::allowMin)) << "min is the upper bound when reversed";
-  EXPECT_FALSE(reversed.contains(0, Eligibility::allowMin));
-  EXPECT_TRUE(reversed.contains(0, Eligibility::allowMax));
-  EXPECT_FALSE(reversed.contains(1, Eligibility::allowMax));
-  EXPECT_FALSE(reversed.contains(1.5, Eligibility::allowBothBounds));
-
-  const auto point = VeltoDoubleDomain::fromDiscrete(2);
-  EXPECT_TRUE(point.contains(2, Eligibility::allowBothBounds));
-  EXPECT_FALSE(point.contains(2, Eligibility::allowMin));
-  EXPECT_FALSE(point.contains(2, Eligibility::allowMax));
-  EXPECT_FALSE(point.contains(2, Eligibility::excludeBothBounds));
-
-  EXPECT_FALSE(normal.contains(kNaN, Eligibility::allowBothBounds));
-  EXPECT_FALSE(VeltoDoubleDomain(kNaN, 1).contains(0.5, Eligibility::allowBothBounds));
 }
 
 TEST(VeltoDoubleDomain, equalsWithinToleranceIsStrictAndIgnoresRange) {

@@ -11,32 +11,18 @@ namespace {
 
 constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
 
-TEST(VeltoFileSize, bytesAndBitsConstructorsKeepBothFields) {
-  const auto three = VeltoFileSize::fromBytes(3);
-  EXPECT_EQ(three.bits(), 24u);
-  EXPECT_EQ(three.bytesEntire(), 3u);
-
-  const auto fifteenBits = VeltoFileSize::fromBits(15);
-  EXPECT_EQ(fifteenBits.bits(), 15u);
-  EXPECT_EQ(fifteenBits.bytesEntire(), 1u) << "whole bytes round down";
-  EXPECT_EQ(VeltoFileSize::fromBits(7).bytesEntire(), 0u);
-  EXPECT_EQ(VeltoFileSize::zero.bits(), 0u);
-  EXPECT_EQ(VeltoFileSize::zero.bytesEntire(), 0u);
-  EXPECT_EQ(VeltoFileSize::bitsFrom(5), 40u);
-}
-
-TEST(VeltoFileSize, decimalAndBinaryMultiplesDiffer) {
-  EXPECT_EQ(VeltoFileSize::fromKibiBytes(1).bits(), 8192u);
-  EXPECT_EQ(VeltoFileSize::fromKibiBytes(1).bytesEntire(), 1024u);
-  EXPECT_EQ(VeltoFileSize::fromKiloBytes(1).bits(), 8000u);
-  EXPECT_EQ(VeltoFileSize::fromKiloBytes(1).bytesEntire(), 1000u);
-
+// Every constructor: its bits, and whole bytes rounding down.
+TEST(VeltoFileSize, constructorsCountBitsAndWholeBytes) {
   struct Case {
     VeltoFileSize size;
     std::uint64_t bits;
   };
   const std::uint64_t k = 1000, ki = 1024;
   const Case cases[] = {
+      {VeltoFileSize::fromBits(7), 7},
+      {VeltoFileSize::fromBits(15), 15},
+      {VeltoFileSize::zero, 0},
+      {VeltoFileSize::fromBytes(3), 24},
       {VeltoFileSize::fromKiloBits(3), 3 * k},
       {VeltoFileSize::fromKibiBits(3), 3 * ki},
       {VeltoFileSize::fromMegaBits(3), 3 * k * k},
@@ -62,12 +48,11 @@ TEST(VeltoFileSize, decimalAndBinaryMultiplesDiffer) {
       {VeltoFileSize::fromExaBytes(2), 8 * 2 * k * k * k * k * k * k},
       {VeltoFileSize::fromExbiBytes(1), 8 * ki * ki * ki * ki * ki * ki},
   };
-  int index = 0;
   for (const auto& c : cases) {
-    EXPECT_EQ(c.size.bits(), c.bits) << "case " << index;
-    EXPECT_EQ(c.size.bytesEntire(), c.bits / 8) << "case " << index;
-    ++index;
+    EXPECT_EQ(c.size.bits(), c.bits) << "case " << &c - cases;
+    EXPECT_EQ(c.size.bytesEntire(), c.bits / 8) << "case " << &c - cases;
   }
+  EXPECT_EQ(VeltoFileSize::bitsFrom(5), 40u);
 }
 
 TEST(VeltoFileSize, bytesFromBitsRoundsInDoublePrecisionAboveTwoToThe53) {

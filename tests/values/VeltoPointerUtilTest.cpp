@@ -6,14 +6,11 @@
 #include <numeric>
 #include <string>
 
+#include "support/FailureArgs.hpp"
+
 namespace {
 
-const VeltoArgs& argsOf(const VeltoError& error, std::size_t frame) {
-  const VeltoArgs* args = error.stackFrames().at(frame).args().get<VeltoArgs>();
-  if (args == nullptr) ADD_FAILURE() << "frame " << frame << " has no args";
-  static const VeltoArgs none;
-  return args ? *args : none;
-}
+using velto::test::argsOf;
 
 VeltoData bytes(std::initializer_list<int> values) {
   VeltoData data;

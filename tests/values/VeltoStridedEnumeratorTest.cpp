@@ -98,20 +98,15 @@ TEST(VeltoStridedEnumerator, extremeIntegerWalksEndAndRefuseUncountableOnes) {
   EXPECT_EQ(half[half.count() - 1].value, std::numeric_limits<std::uint64_t>::max() - 1);
 }
 
+// Decimal walks in doubles are checked at random below; here the float instantiation and the
+// textbook case, 3 x 0.1 = 0.30000000000000004, which still meets the end.
 TEST(VeltoStridedEnumerator, floatingEndsMetWithinRoundingAreMetExactly) {
   const auto ticks = VeltoStridedEnumerator<double>::makeThrough(0, 0.3, 0.1).value();
-  ASSERT_EQ(ticks.count(), 4) << "3 x 0.1 is 0.30000000000000004, still the end";
+  ASSERT_EQ(ticks.count(), 4);
   EXPECT_EQ(ticks[3].value, 0.3);
   EXPECT_EQ(VeltoStridedEnumerator<double>::makeTo(0, 0.3, 0.1).value().count(), 3);
-  const auto tenths = VeltoStridedEnumerator<double>::makeThrough(1, 0, -0.1).value();
-  ASSERT_EQ(tenths.count(), 11);
-  EXPECT_EQ(tenths[10].value, 0);
-  EXPECT_EQ(tenths[5].value, 1 + 5 * -0.1) << "computed from the offset, not by repeated addition";
-  EXPECT_EQ(valuesOf(VeltoStridedEnumerator<double>::makeThrough(0, 1, 0.4).value()), (std::vector<double>{0, 0.4, 0.8}));
-  EXPECT_EQ(VeltoStridedEnumerator<double>::makeTo(2, 2, 1).value().count(), 0);
-  EXPECT_EQ(VeltoStridedEnumerator<double>::makeThrough(2, 2, 1).value().count(), 1);
-  EXPECT_EQ(VeltoStridedEnumerator<double>::makeThrough(0, 5, -1).value().count(), 0) << "against the direction: empty";
-  EXPECT_EQ(VeltoStridedEnumerator<float>::makeThrough(0, 1, 0.25f).value().count(), 5);
+  EXPECT_TRUE(VeltoStridedEnumerator<double>::makeTo(2, 2, 1).value().isEmpty());
+  EXPECT_EQ(valuesOf(VeltoStridedEnumerator<float>::makeThrough(0, 1, 0.25f).value()), (std::vector<float>{0, 0.25f, 0.5f, 0.75f, 1}));
 }
 
 // The contract on random decimal walks: values are from + offset x by (or exactly the end when
