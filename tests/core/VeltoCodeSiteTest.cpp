@@ -38,7 +38,8 @@ TEST(VeltoCodeSite, equalityComparesAllThreeFieldsByValue) {
 
 TEST(VeltoCodeSite, internedTextsOutliveTheirSource) {
   VeltoCodeSite site = [] {
-    std::string file = std::string("/run/time/") + "Path.cpp";
+    // Longer than the small-string buffer, so the text lives on the heap and dies with `file`.
+    std::string file = "/run/time/Path.cpp";
     return VeltoCodeSite::interned(file, std::string("made()"), 3);
   }();
   EXPECT_EQ(site.fileName(), "/run/time/Path.cpp");
