@@ -14,6 +14,7 @@
 #include <velto/encoding/VeltoDynamicDebugEncoder.hpp>
 #include <velto/encoding/VeltoEmptyRequestParameters.hpp>
 
+#include "support/Bytes.hpp"
 #include "support/FrameNames.hpp"
 
 namespace {
@@ -21,7 +22,7 @@ namespace {
 std::string text(const VeltoResult<VeltoData>& body) {
   EXPECT_TRUE(body.hasValue()) << (body.isFailure() ? body.error().message() : "");
   if (body.isFailure()) return {};
-  return std::string(reinterpret_cast<const char*>(body.value().data()), body.value().size());
+  return velto::test::textOf(body.value());
 }
 
 // Sign-in parameters: what a debug dump hides is still sent in the clear.

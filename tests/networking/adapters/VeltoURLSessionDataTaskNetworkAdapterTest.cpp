@@ -9,6 +9,7 @@
 #include <velto/core/VeltoImpetus.hpp>
 #include <velto/detail/UuidText.hpp>
 
+#include "support/Bytes.hpp"
 #include "support/FrameNames.hpp"
 #include "support/LoopbackServer.hpp"
 #include "support/RecordedArgs.hpp"
@@ -23,13 +24,8 @@ using velto::test::AuthorizingEndpoint;
 using velto::test::RecordingEndpoint;
 using velto::test::RecordingLogger;
 using velto::test::UploadingEndpoint;
-
-VeltoData bytesOf(std::string_view text) {
-  const auto* first = reinterpret_cast<const std::byte*>(text.data());
-  return VeltoData(first, first + text.size());
-}
-
-std::string textOf(const VeltoData& data) { return std::string(reinterpret_cast<const char*>(data.data()), data.size()); }
+using velto::test::bytesOf;
+using velto::test::textOf;
 
 // What the adapter's two callbacks saw, in order.
 struct Report {
