@@ -164,19 +164,17 @@ TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, buildsEachRequestFromItsEndpoi
 TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, failuresBeforeTheTaskGoToOnCompletedAndBackWithNothingSent) {
   log.connect(*adapter);
   auto unauthorized = std::make_shared<AuthorizingEndpoint>(server.url("/echo/200"), std::nullopt);
-  auto injected = std::make_shared<AuthorizingEndpoint>(server.url("/echo/200"),
-                                                        VeltoHttpAuthorization::bearer("abc\r\nX-Admin: yes"));
-  auto unencodable = std::make_shared<UploadingEndpoint>(
-      server.url("/echo/200"), VeltoKnownMimeType::json,
-      VeltoResult<std::optional<VeltoData>>::fromMessage("Non-finite double", {{"value", 1.0}}));
   struct Case {
     std::shared_ptr<RecordingEndpoint> endpoint;
     std::string message;
   };
   const std::vector<Case> cases{
       {unauthorized, "Endpoint conforms to VeltoHttpAuthorizationProviding but supplied not authorization header value"},
-      {injected, "Request header value holds a line break or NUL"},
-      {unencodable, "Non-finite double"},
+      {std::make_shared<AuthorizingEndpoint>(server.url("/echo/200"), VeltoHttpAuthorization::bearer("abc\r\nX-Admin: yes")),
+       "Request header value holds a line break or NUL"},
+      {std::make_shared<UploadingEndpoint>(server.url("/echo/200"), VeltoKnownMimeType::json,
+                                           VeltoResult<std::optional<VeltoData>>::fromMessage("Non-finite double", {{"value", 1.0}})),
+       "Non-finite double"},
   };
   for (std::size_t i = 0; i < cases.size(); ++i) {
     const auto& [endpoint, message] = cases[i];
