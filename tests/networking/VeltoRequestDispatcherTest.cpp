@@ -330,7 +330,8 @@ TEST_F(VeltoRequestDispatcherRoadTest, aThousandConcurrentRequestsEachEndExactly
   EXPECT_GT(outcomes["redundant"], 0);
   EXPECT_GT(outcomes["cancelled"], 0);
   EXPECT_GT(outcomes["answered"], 0);
-  EXPECT_EQ(logger->errors().size(), static_cast<std::size_t>(outcomes["redundant"])) << "the only failures: redundant begins, logged by the queue";
+  EXPECT_EQ(logger->errors().size(), static_cast<std::size_t>(outcomes["redundant"]))
+      << "the only failures: redundant begins, logged by the queue";
 }
 
 TEST_F(VeltoRequestDispatcherRoadTest, releasingTheDispatcherCancelsWhatIsInFlight) {
