@@ -153,7 +153,9 @@ TEST_F(VeltoRequestDispatcherTest, randomOperationsMatchAModelOfTheTable) {
                 EXPECT_EQ(result.error().message(), "Initiation refused");
               }
             }
-            if (result.isFailure()) EXPECT_EQ(lastFrameKeys(result.error()), (Keys{"endpoint", "endpointSignature"}));
+            if (result.isFailure()) {
+              EXPECT_EQ(lastFrameKeys(result.error()), (Keys{"endpoint", "endpointSignature"}));
+            }
             expected.push_back({endpoint, calls});
           }
           break;

@@ -140,7 +140,9 @@ TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, buildsEachRequestFromItsEndpoi
     EXPECT_EQ(seen[i].hasHeader("Content-Type") ? std::optional(seen[i].header("Content-Type")) : std::nullopt,
               c.contentType);
     EXPECT_EQ(seen[i].body, c.body);
-    if (c.method == "POST") EXPECT_EQ(seen[i].header("Content-Length"), std::to_string(c.body.size()));
+    if (c.method == "POST") {
+      EXPECT_EQ(seen[i].header("Content-Length"), std::to_string(c.body.size()));
+    }
 
     const Report& body = reports[2 * i];
     const Report& end = reports[2 * i + 1];
