@@ -16,30 +16,15 @@
 #include <string>
 #include <vector>
 
+#include "support/DebugRendering.hpp"
+
 namespace {
 
 using Options = VeltoDynamicDebugEncoderOptions;
+using velto::test::debugJson;
+using velto::test::jsonKeys;
 
-const Options kPlain({.obfuscateSensitiveContent = false, .prettyPrint = false, .sortDictionaryKeys = false});
-
-template <class T>
-boost::json::value render(const T& value, const Options& options = kPlain) {
-  auto text = VeltoDynamicDebugEncoder::encodeToString(value, options);
-  if (!text) {
-    ADD_FAILURE() << "encoding failed: " << text.error().debugDump();
-    return nullptr;
-  }
-  boost::system::error_code error;
-  auto parsed = boost::json::parse(text.value(), error);
-  EXPECT_FALSE(error) << "not JSON: " << text.value();
-  return parsed;
-}
-
-std::vector<std::string> keysOf(const boost::json::value& json) {
-  std::vector<std::string> keys;
-  for (const auto& entry : json.as_object()) keys.emplace_back(entry.key());
-  return keys;
-}
+const Options kPlain = velto::test::plainDebugOptions();
 
 // ---- private members ------------------------------------------------------------------------
 
@@ -71,11 +56,11 @@ class OnlyPrivate {
 };
 
 TEST(VeltoDebugEncoderValues, everyStoredMemberShowsWhateverItsAccess) {
-  EXPECT_EQ(render(Account("bob", 5, 42)), boost::json::parse(R"({"owner_":"bob","balance_":5,"pin_":42})"));
-  EXPECT_EQ(keysOf(render(SavingsAccount())), (std::vector<std::string>{"rate_", "owner_", "balance_", "pin_"}))
+  EXPECT_EQ(debugJson(Account("bob", 5, 42)), boost::json::parse(R"({"owner_":"bob","balance_":5,"pin_":42})"));
+  EXPECT_EQ(jsonKeys(debugJson(SavingsAccount())), (std::vector<std::string>{"rate_", "owner_", "balance_", "pin_"}))
       << "own members first, then the base's, private ones included";
-  EXPECT_EQ(render(OnlyPrivate()), boost::json::parse(R"({"hidden_":3})"));
-  const auto object = render(std::make_shared<SavingsAccount>(), kPlain.withIncludeAddresses(false));
+  EXPECT_EQ(debugJson(OnlyPrivate()), boost::json::parse(R"({"hidden_":3})"));
+  const auto object = debugJson(std::make_shared<SavingsAccount>(), kPlain.withIncludeAddresses(false));
   EXPECT_EQ(object.at("pin_"), 1234) << "objects too";
 }
 
@@ -102,13 +87,13 @@ struct TypeOf {
 TEST(VeltoDebugEncoderValues, encodeTypeWritesTheDynamicType) {
   const VeltoError error("Failed");
   const Square square;
-  const auto json = render(TypeOf{&error, &square});
+  const auto json = debugJson(TypeOf{&error, &square});
   EXPECT_EQ(json.at("error"), "VeltoError");
   EXPECT_EQ(json.at("shape"), "Square");
 
   const auto plain = VeltoPlatformError::make("Domain", 1, "plain");
   const Shape shape;
-  const auto bases = render(TypeOf{plain.get(), &shape});
+  const auto bases = debugJson(TypeOf{plain.get(), &shape});
   EXPECT_EQ(bases.at("error"), "BasicPlatformError") << "the library's own type, without its anonymous namespace";
   EXPECT_EQ(bases.at("shape"), "Shape");
 }
@@ -127,12 +112,12 @@ struct Keyworded {
 BOOST_DESCRIBE_STRUCT(Keyworded, (), (delete_, new_value_, class_, access))
 
 TEST(VeltoDebugEncoderValues, keywordNamesPrintWithoutTheirUnderscore) {
-  EXPECT_EQ(render(VeltoQualityOfService::default_), "default");
-  EXPECT_EQ(render(VeltoQualityOfService::userInitiated), "userInitiated");
-  EXPECT_EQ(render(std::vector<Access>{Access::public_, Access::private_, Access::default_, Access::value_, Access::a_}),
+  EXPECT_EQ(debugJson(VeltoQualityOfService::default_), "default");
+  EXPECT_EQ(debugJson(VeltoQualityOfService::userInitiated), "userInitiated");
+  EXPECT_EQ(debugJson(std::vector<Access>{Access::public_, Access::private_, Access::default_, Access::value_, Access::a_}),
             boost::json::parse(R"(["public","private","default","value_","a_"])"))
       << "only a keyword's underscore goes";
-  EXPECT_EQ(render(Keyworded()), boost::json::parse(R"({"delete":1,"new_value_":2,"class":3,"access":"default"})"));
+  EXPECT_EQ(debugJson(Keyworded()), boost::json::parse(R"({"delete":1,"new_value_":2,"class":3,"access":"default"})"));
 }
 
 // ---- underlying errors --------------------------------------------------------------------------
@@ -142,11 +127,11 @@ TEST(VeltoDebugEncoderValues, platformErrorsShowTheirChainOfCausesUnderUserInfo)
   const auto middle = VeltoPlatformError::make("Store", 7, "Cannot open", {{"path", std::string("/x")}}, root);
   const auto top = VeltoPlatformError::make(std::string(VeltoPlatformError::urlErrorDomain), -1005, "Lost", {}, middle);
 
-  const auto json = render(top, kPlain.withIncludeAddresses(false));
-  EXPECT_EQ(keysOf(json), (std::vector<std::string>{"code", "domain", "localizedDescription", "userInfo"}));
+  const auto json = debugJson(top, kPlain.withIncludeAddresses(false));
+  EXPECT_EQ(jsonKeys(json), (std::vector<std::string>{"code", "domain", "localizedDescription", "userInfo"}));
   const auto& cause = json.at("userInfo").at("NSUnderlyingError");
   EXPECT_EQ(cause.at("domain"), "Store");
-  EXPECT_EQ(keysOf(cause.at("userInfo")), (std::vector<std::string>{"path", "NSUnderlyingError"}))
+  EXPECT_EQ(jsonKeys(cause.at("userInfo")), (std::vector<std::string>{"path", "NSUnderlyingError"}))
       << "the platform's own entries first";
   const auto& rootJson = cause.at("userInfo").at("NSUnderlyingError");
   EXPECT_EQ(rootJson, boost::json::parse(R"({"code":2,"domain":"Posix","localizedDescription":"No such file"})"))
@@ -154,13 +139,13 @@ TEST(VeltoDebugEncoderValues, platformErrorsShowTheirChainOfCausesUnderUserInfo)
 
   // Wrapped in a VeltoError, the whole chain is still there.
   const VeltoError failure("Upload failed", {}, top);
-  const auto wrapped = render(failure, kPlain.withIncludeAddresses(false));
+  const auto wrapped = debugJson(failure, kPlain.withIncludeAddresses(false));
   EXPECT_EQ(wrapped.at("frameworkError").at("userInfo").at("NSUnderlyingError").at("userInfo").at("NSUnderlyingError"),
             rootJson);
 
   // A user-information entry of that name is the platform's own: it is not doubled.
   const auto explicitCause = VeltoPlatformError::make("D", 1, "d", {{"NSUnderlyingError", std::string("given")}}, root);
-  EXPECT_EQ(render(explicitCause).at("userInfo"), boost::json::parse(R"({"NSUnderlyingError":"given"})"));
+  EXPECT_EQ(debugJson(explicitCause).at("userInfo"), boost::json::parse(R"({"NSUnderlyingError":"given"})"));
 }
 
 // ---- text of every character type --------------------------------------------------------------
@@ -218,18 +203,18 @@ TEST(VeltoDebugEncoderValues, textOfEveryCharacterTypeRendersAsUtf8) {
     for (char32_t code : expected) utf32.push_back(code);
     const std::wstring wide(utf32.begin(), utf32.end());
 
-    ASSERT_EQ(decodeUtf8(textOf(render(utf16))), expected) << "round " << round;
-    ASSERT_EQ(decodeUtf8(textOf(render(std::u16string_view(utf16)))), expected);
-    ASSERT_EQ(decodeUtf8(textOf(render(utf32))), expected);
-    ASSERT_EQ(decodeUtf8(textOf(render(std::u32string_view(utf32)))), expected);
-    ASSERT_EQ(decodeUtf8(textOf(render(wide))), expected);
-    ASSERT_EQ(decodeUtf8(textOf(render(std::wstring_view(wide)))), expected);
-    const std::string utf8 = textOf(render(utf32));
+    ASSERT_EQ(decodeUtf8(textOf(debugJson(utf16))), expected) << "round " << round;
+    ASSERT_EQ(decodeUtf8(textOf(debugJson(std::u16string_view(utf16)))), expected);
+    ASSERT_EQ(decodeUtf8(textOf(debugJson(utf32))), expected);
+    ASSERT_EQ(decodeUtf8(textOf(debugJson(std::u32string_view(utf32)))), expected);
+    ASSERT_EQ(decodeUtf8(textOf(debugJson(wide))), expected);
+    ASSERT_EQ(decodeUtf8(textOf(debugJson(std::wstring_view(wide)))), expected);
+    const std::string utf8 = textOf(debugJson(utf32));
     const std::u8string u8(utf8.begin(), utf8.end());
-    ASSERT_EQ(textOf(render(u8)), utf8);
-    ASSERT_EQ(textOf(render(std::u8string_view(u8))), utf8);
+    ASSERT_EQ(textOf(debugJson(u8)), utf8);
+    ASSERT_EQ(textOf(debugJson(std::u8string_view(u8))), utf8);
     // Recorded in an argument dictionary, as the library records them.
-    ASSERT_EQ(textOf(render(VeltoAny(utf16))), utf8);
+    ASSERT_EQ(textOf(debugJson(VeltoAny(utf16))), utf8);
   }
 }
 
@@ -242,17 +227,17 @@ struct CStrings {
 BOOST_DESCRIBE_STRUCT(CStrings, (), (name, missing, buffer, full))
 
 TEST(VeltoDebugEncoderValues, cStringsAndCharBuffersAreText) {
-  EXPECT_EQ(render(CStrings()), boost::json::parse(R"({"name":"ann","missing":null,"buffer":"abc","full":"xyz"})"))
+  EXPECT_EQ(debugJson(CStrings()), boost::json::parse(R"({"name":"ann","missing":null,"buffer":"abc","full":"xyz"})"))
       << "a buffer without a NUL is text to its end";
-  EXPECT_EQ(keysOf(render(CStrings(), kPlain.withIncludeNulls(false))),
+  EXPECT_EQ(jsonKeys(debugJson(CStrings(), kPlain.withIncludeNulls(false))),
             (std::vector<std::string>{"name", "buffer", "full"}))
       << "a null C string is an absent value";
-  EXPECT_EQ(render("literal"), "literal");
+  EXPECT_EQ(debugJson("literal"), "literal");
   char mutableText[] = "mutable";
   char* pointer = mutableText;
-  EXPECT_EQ(render(pointer), "mutable");
-  EXPECT_EQ(render(std::vector<const char*>{"a", nullptr, "b"}), boost::json::parse(R"(["a",null,"b"])"));
-  EXPECT_EQ(render(VeltoAny("recorded")), "recorded");
+  EXPECT_EQ(debugJson(pointer), "mutable");
+  EXPECT_EQ(debugJson(std::vector<const char*>{"a", nullptr, "b"}), boost::json::parse(R"(["a",null,"b"])"));
+  EXPECT_EQ(debugJson(VeltoAny("recorded")), "recorded");
 }
 
 // ---- paths, bytes, time, function pointers -------------------------------------------------------
@@ -269,20 +254,20 @@ struct Everyday {
 BOOST_DESCRIBE_STRUCT(Everyday, (), (path, flags, timeout, when, transform))
 
 TEST(VeltoDebugEncoderValues, pathsBytesTimeAndFunctionPointersRenderAsTheirMeaning) {
-  EXPECT_EQ(render(Everyday()), boost::json::parse(R"({"path":"/var/log/app/today.log","flags":165,"timeout":1.5,
+  EXPECT_EQ(debugJson(Everyday()), boost::json::parse(R"({"path":"/var/log/app/today.log","flags":165,"timeout":1.5,
                                                        "when":1700000000.0,"transform":"[closure]"})"));
-  EXPECT_EQ(keysOf(render(Everyday(), kPlain.withIncludeClosures(false))),
+  EXPECT_EQ(jsonKeys(debugJson(Everyday(), kPlain.withIncludeClosures(false))),
             (std::vector<std::string>{"path", "flags", "timeout", "when"}));
-  EXPECT_EQ(render(std::chrono::nanoseconds(250)), 2.5e-7);
-  EXPECT_EQ(render(std::chrono::hours(2)), 7200);
-  EXPECT_EQ(render(std::chrono::duration<double, std::milli>(-0.5)), -0.0005);
-  EXPECT_EQ(render(std::filesystem::path()), "");
-  EXPECT_EQ(render(std::vector<std::byte>{std::byte{1}}).at("byteCount"), 1) << "a byte buffer stays a buffer";
+  EXPECT_EQ(debugJson(std::chrono::nanoseconds(250)), 2.5e-7);
+  EXPECT_EQ(debugJson(std::chrono::hours(2)), 7200);
+  EXPECT_EQ(debugJson(std::chrono::duration<double, std::milli>(-0.5)), -0.0005);
+  EXPECT_EQ(debugJson(std::filesystem::path()), "");
+  EXPECT_EQ(debugJson(std::vector<std::byte>{std::byte{1}}).at("byteCount"), 1) << "a byte buffer stays a buffer";
 
   // A deep path is one string, whatever its number of components.
   std::filesystem::path deep;
   for (int i = 0; i < 1000; ++i) deep /= "d";
-  EXPECT_EQ(textOf(render(deep)).size(), 1999u);
+  EXPECT_EQ(textOf(debugJson(deep)).size(), 1999u);
 }
 
 // ---- shared values ------------------------------------------------------------------------------
@@ -293,11 +278,11 @@ TEST(VeltoDebugEncoderValues, sharedValuesAreObjectsHoldingTheValue) {
   const auto typed = kPlain.withIncludeTypes(true);
 
   testing::internal::CaptureStdout();
-  const auto json = render(std::make_tuple(text, numbers, text, std::make_shared<int>(7)), typed);
+  const auto json = debugJson(std::make_tuple(text, numbers, text, std::make_shared<int>(7)), typed);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "no hint to add custom handling";
 
   const auto& first = json.at(".0");
-  EXPECT_EQ(keysOf(first), (std::vector<std::string>{"__type", "__address", "pointee"}));
+  EXPECT_EQ(jsonKeys(first), (std::vector<std::string>{"__type", "__address", "pointee"}));
   EXPECT_EQ(first.at("__type"), "std::string");
   EXPECT_EQ(first.at("pointee"), "shared");
   EXPECT_EQ(json.at(".1").at("__type"), "std::vector<int>");
@@ -308,7 +293,7 @@ TEST(VeltoDebugEncoderValues, sharedValuesAreObjectsHoldingTheValue) {
 
   const auto map = std::make_shared<std::map<std::string, std::vector<std::string>>>();
   (*map)["k"] = {"v"};
-  const auto mapJson = render(map, typed);
+  const auto mapJson = debugJson(map, typed);
   EXPECT_EQ(mapJson.at("__type"), "std::map<std::string, std::vector<std::string>>");
   EXPECT_EQ(mapJson.at("pointee"), boost::json::parse(R"({"k":["v"]})"));
 }
@@ -359,6 +344,10 @@ TEST(VeltoDebugEncoderValues, optionsByNameByCopyAndByPositionAgree) {
     ASSERT_NE(flipped, positional);
     ASSERT_EQ(flipped.withPrettyPrint(b[6]), positional);
     ASSERT_EQ(flipped.includeTypes(), b[4]);
+    // Replacing keeps what it is not given.
+    ASSERT_EQ(positional.replacing(VeltoOverride<Data>::noOverride()), positional);
+    ASSERT_EQ(positional.replacing(VeltoOverride<Data>::noOverride(), {}, {}, {}, {}, {}, {}, {}, {}, !b[8]),
+              positional.withSortPropertyKeys(!b[8]));
   }
   // What a designated list does not name keeps the logging preset.
   const Options compact({.prettyPrint = false});

@@ -24,37 +24,18 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "support/DebugRendering.hpp"
+
 namespace {
 
 using Options = VeltoDynamicDebugEncoderOptions;
-using Data = Options::DataContentsBehaviour;
+using velto::test::debugJson;
+using velto::test::debugText;
 
-Options plain() {
-  return Options(Data::includeContents(VeltoFileSize::fromKibiBytes(1)), true, true, true, true, false, false, false,
-                 false, false);
-}
+constexpr auto plain = &velto::test::plainDebugOptions;
 Options noAddresses() { return plain().replacing({}, false); }
 Options noNulls() { return plain().replacing({}, false, {}, {}, false); }
 Options sortedDictionaries(bool sortProperties) { return plain().replacing({}, {}, {}, {}, {}, {}, {}, {}, true, sortProperties); }
-
-template <class T>
-std::string encode(const T& value, const Options& options = plain()) {
-  auto text = VeltoDynamicDebugEncoder::encodeToString(value, options);
-  if (!text) {
-    ADD_FAILURE() << "encoding failed: " << text.error().debugDump();
-    return {};
-  }
-  return std::move(text).value();
-}
-
-template <class T>
-boost::json::value render(const T& value, const Options& options = plain()) {
-  const std::string text = encode(value, options);
-  boost::system::error_code error;
-  auto parsed = boost::json::parse(text, error);
-  EXPECT_FALSE(error) << "not JSON: " << text;
-  return parsed;
-}
 
 // Checks that a text is one strict JSON document without building a tree (a parser that
 // recurses, as Boost.JSON's does, overflows on a million levels), and records what the tests
@@ -220,15 +201,15 @@ TEST(VeltoDebugEncoderWalk, proxyElementsRenderTheirOwnValues) {
     }
     boost::json::array expected;
     for (int bit : model) expected.emplace_back(bit != 0);
-    EXPECT_EQ(render(bits), expected) << "trial " << trial;
+    EXPECT_EQ(debugJson(bits), expected) << "trial " << trial;
 
     const std::map<std::string, std::vector<bool>> flags{{"all", bits}, {"none", std::vector<bool>(model.size() % 3, false)}};
-    const auto renderedFlags = render(flags);
+    const auto renderedFlags = debugJson(flags);
     EXPECT_EQ(renderedFlags.at("all"), expected);
     EXPECT_EQ(renderedFlags.at("none"), boost::json::value(boost::json::array(model.size() % 3, false)));
-    EXPECT_EQ(render(std::optional(std::vector{bits, bits})), boost::json::value(boost::json::array{expected, expected}));
+    EXPECT_EQ(debugJson(std::optional(std::vector{bits, bits})), boost::json::value(boost::json::array{expected, expected}));
   }
-  const auto squares = render(Squares{4}).as_array();  // integer keys: {"__key", "__value"} pairs
+  const auto squares = debugJson(Squares{4}).as_array();  // integer keys: {"__key", "__value"} pairs
   ASSERT_EQ(squares.size(), 4u);
   for (std::int64_t k = 0; k < 4; ++k) {
     EXPECT_EQ(squares[static_cast<std::size_t>(k)].at("__key"), k);
@@ -246,22 +227,22 @@ TEST(VeltoDebugEncoderWalk, viewsYieldingValuesRenderEachOfThem) {
     for (int i = 0; i < size; ++i) numbers.push_back(std::uniform_int_distribution<int>(-1000, 1000)(random));
 
     const int low = std::uniform_int_distribution<int>(-50, 50)(random);
-    EXPECT_EQ(render(std::views::iota(low, low + size)), arrayOf(std::views::iota(low, low + size))) << "trial " << trial;
+    EXPECT_EQ(debugJson(std::views::iota(low, low + size)), arrayOf(std::views::iota(low, low + size))) << "trial " << trial;
 
     const auto tripled = numbers | std::views::transform([](int n) { return 3 * n + 1; });
     std::vector<int> tripledModel;
     for (int n : numbers) tripledModel.push_back(3 * n + 1);
-    EXPECT_EQ(render(tripled), arrayOf(tripledModel));
+    EXPECT_EQ(debugJson(tripled), arrayOf(tripledModel));
 
     // Filter views iterate only when mutable: the walk iterates a copy of the view.
     const auto even = numbers | std::views::filter([](int n) { return n % 2 == 0; });
     std::vector<int> evenModel;
     for (int n : numbers) if (n % 2 == 0) evenModel.push_back(n);
-    EXPECT_EQ(render(even), arrayOf(evenModel));
+    EXPECT_EQ(debugJson(even), arrayOf(evenModel));
 
     // Structures yielded by value.
     const auto tagged = std::views::iota(0, size % 5) | std::views::transform([&](int i) { return Tagged{i, "t" + std::to_string(numbers[static_cast<std::size_t>(i)])}; });
-    const auto renderedTags = render(tagged).as_array();
+    const auto renderedTags = debugJson(tagged).as_array();
     ASSERT_EQ(renderedTags.size(), static_cast<std::size_t>(size % 5));
     for (std::size_t i = 0; i < renderedTags.size(); ++i) {
       EXPECT_EQ(renderedTags[i].at("id"), static_cast<std::int64_t>(i));
@@ -270,9 +251,9 @@ TEST(VeltoDebugEncoderWalk, viewsYieldingValuesRenderEachOfThem) {
   }
   // A single view holds its element inside itself; filtered, it is walked through a copy.
   const auto single = std::views::single(Tagged{9, "only"}) | std::views::filter([](const Tagged&) { return true; });
-  EXPECT_EQ(render(single), boost::json::parse(R"([{"id":9,"tag":"only"}])"));
-  EXPECT_EQ(render(std::views::iota(0, 0)), boost::json::array());
-  EXPECT_EQ(render(std::optional(std::views::iota(3, 5))), boost::json::parse("[3,4]"));
+  EXPECT_EQ(debugJson(single), boost::json::parse(R"([{"id":9,"tag":"only"}])"));
+  EXPECT_EQ(debugJson(std::views::iota(0, 0)), boost::json::array());
+  EXPECT_EQ(debugJson(std::optional(std::views::iota(3, 5))), boost::json::parse("[3,4]"));
 }
 #endif
 
@@ -314,8 +295,8 @@ void expectWholeChain(const std::string& text, std::int64_t length, std::int64_t
 TEST(VeltoDebugEncoderWalk, chainsOfAMillionObjectsRenderCompletelyOnAnyStack) {
   constexpr std::int64_t length = 1'000'000;
   auto head = chainOf(length);
-  expectWholeChain(encode(head, noAddresses()), length);
-  onSmallStack([&] { expectWholeChain(encode(head, noAddresses()), length); });
+  expectWholeChain(debugText(head, noAddresses()), length);
+  onSmallStack([&] { expectWholeChain(debugText(head, noAddresses()), length); });
   releaseChain(std::move(head));
 }
 
@@ -324,8 +305,8 @@ TEST(VeltoDebugEncoderWalk, deepChainsWithSortedKeysOrPrettyTextStayWhole) {
   auto head = chainOf(length);
   const auto sorted = noAddresses().replacing({}, {}, {}, {}, {}, {}, {}, {}, {}, true);
   onSmallStack([&] {
-    expectWholeChain(encode(head, sorted), length);
-    expectWholeChain(encode(std::vector{std::optional(head)}, sorted), length, length + 1);
+    expectWholeChain(debugText(head, sorted), length);
+    expectWholeChain(debugText(std::vector{std::optional(head)}, sorted), length, length + 1);
   });
   releaseChain(std::move(head));
 
@@ -333,8 +314,8 @@ TEST(VeltoDebugEncoderWalk, deepChainsWithSortedKeysOrPrettyTextStayWhole) {
   constexpr std::int64_t shallower = 3'000;
   auto short_ = chainOf(shallower);
   onSmallStack([&] {
-    expectWholeChain(encode(short_, noAddresses().replacing({}, {}, {}, {}, {}, {}, {}, true)), shallower);
-    expectWholeChain(encode(short_, sorted.replacing({}, {}, {}, {}, {}, {}, {}, true)), shallower);
+    expectWholeChain(debugText(short_, noAddresses().replacing({}, {}, {}, {}, {}, {}, {}, true)), shallower);
+    expectWholeChain(debugText(short_, sorted.replacing({}, {}, {}, {}, {}, {}, {}, true)), shallower);
   });
 }
 
@@ -353,7 +334,7 @@ TEST(VeltoDebugEncoderWalk, trailsOfAMillionJunctionsRenderEveryParent) {
   };
   // Only on the small stack: the default one runs the same code with more room, and a million
   // junctions under AddressSanitizer take minutes per rendering.
-  onSmallStack([&] { check(encode(trail, noAddresses())); });
+  onSmallStack([&] { check(debugText(trail, noAddresses())); });
 }
 
 // A node of a linked list that renders itself, in the manner of the library's keyed list: its
@@ -380,7 +361,7 @@ TEST(VeltoDebugEncoderWalk, customEncodingsNestingThroughSharedOwnersDoNotRecurs
     tail = tail->tailward.get();
   }
   onSmallStack([&] {
-    const std::string text = encode(head, noNulls());
+    const std::string text = debugText(head, noNulls());
     const Scan keys = scan(text, "key");
     ASSERT_TRUE(keys.valid);
     ASSERT_EQ(keys.integers.size(), static_cast<std::size_t>(length));
@@ -395,13 +376,13 @@ TEST(VeltoDebugEncoderWalk, deferredEntriesKeepTheirPlaceAndVanishWhenEmpty) {
   const auto first = std::make_shared<HookNode>(HookNode{"a", 1, second});
   for (bool sorted : {false, true}) {
     const auto options = noNulls().replacing({}, {}, {}, {}, {}, {}, {}, {}, {}, sorted);
-    EXPECT_EQ(encode(first, options), R"({"item":"a","key":1,"tailward":{"item":"b","key":2}})");
-    EXPECT_EQ(encode(first, options.replacing({}, {}, {}, {}, true)),
+    EXPECT_EQ(debugText(first, options), R"({"item":"a","key":1,"tailward":{"item":"b","key":2}})");
+    EXPECT_EQ(debugText(first, options.replacing({}, {}, {}, {}, true)),
               R"({"item":"a","key":1,"tailward":{"item":"b","key":2,"tailward":null}})");
   }
   // In an array and as a dictionary value, and the same object twice: its full form first.
   const std::vector<std::shared_ptr<HookNode>> twice{first, second};
-  const auto json = render(twice);
+  const auto json = debugJson(twice);
   EXPECT_TRUE(json.at(0).at("tailward").as_object().contains("__address"));
   EXPECT_TRUE(json.at(1).as_object().contains("__previouslyEncodedAddress"));
 }
@@ -438,18 +419,18 @@ TEST(VeltoDebugEncoderWalk, deferredEntriesInsideNestedContainersStayInOrderAtAn
   const Russian one{1, two};
   for (bool sorted : {false, true}) {
     const auto options = noNulls().replacing({}, {}, {}, {}, {}, {}, {}, {}, {}, sorted);
-    EXPECT_EQ(encode(one, options), R"({"id":1,"inner":[{"id":2,"inner":["after"]},"after"]})");
-    EXPECT_EQ(encode(std::vector{one}, options), R"([{"id":1,"inner":[{"id":2,"inner":["after"]},"after"]}])");
-    EXPECT_EQ(encode(std::map<std::string, Russian>{{"k", one}}, options),
+    EXPECT_EQ(debugText(one, options), R"({"id":1,"inner":[{"id":2,"inner":["after"]},"after"]})");
+    EXPECT_EQ(debugText(std::vector{one}, options), R"([{"id":1,"inner":[{"id":2,"inner":["after"]},"after"]}])");
+    EXPECT_EQ(debugText(std::map<std::string, Russian>{{"k", one}}, options),
               R"({"k":{"id":1,"inner":[{"id":2,"inner":["after"]},"after"]}})");
-    EXPECT_EQ(encode(one, options.replacing({}, {}, {}, {}, true)), R"({"id":1,"inner":[{"id":2,"inner":[null,"after"]},"after"]})");
+    EXPECT_EQ(debugText(one, options.replacing({}, {}, {}, {}, true)), R"({"id":1,"inner":[{"id":2,"inner":[null,"after"]},"after"]})");
   }
 
   constexpr std::int64_t length = 100'000;
   std::shared_ptr<const Russian> chain;
   for (std::int64_t i = length - 1; i >= 0; --i) chain = std::make_shared<const Russian>(Russian{i, std::move(chain)});
   onSmallStack([&] {
-    const std::string text = encode(chain);
+    const std::string text = debugText(chain);
     const Scan ids = scan(text, "id");
     ASSERT_TRUE(ids.valid);
     ASSERT_EQ(ids.integers.size(), static_cast<std::size_t>(length));
@@ -509,8 +490,8 @@ TEST(VeltoDebugEncoderWalk, sortedDictionariesWalkTheirValuesInKeyOrder) {
       byHandle.emplace(Handle{static_cast<int>(random() % 90)}, object);
     }
     for (bool sortProperties : {false, true}) {
-      expectFullFormsFirst(render(byText, sortedDictionaries(sortProperties)).as_object(), byText.size());
-      expectFullFormsFirst(render(byHandle, sortedDictionaries(sortProperties)).as_object(), byHandle.size());
+      expectFullFormsFirst(debugJson(byText, sortedDictionaries(sortProperties)).as_object(), byText.size());
+      expectFullFormsFirst(debugJson(byHandle, sortedDictionaries(sortProperties)).as_object(), byHandle.size());
     }
   }
 }
@@ -538,12 +519,12 @@ TEST(VeltoDebugEncoderWalk, dictionaryValuesGoThroughTheKeyedEntryStepSortedOrNo
   const std::unordered_map<std::string, Probe> probes{{"b", {}}, {"a", {}}, {"c", {}}};
   for (const auto& options : {plain(), sortedDictionaries(false), sortedDictionaries(true)}) {
     Probe::keyed = Probe::other = 0;
-    const auto json = render(probes, options);
+    const auto json = debugJson(probes, options);
     EXPECT_EQ(json, boost::json::parse(R"({"a":"keyed","b":"keyed","c":"keyed"})"));
     EXPECT_EQ(Probe::keyed, 3);
     EXPECT_EQ(Probe::other, 0);
   }
-  EXPECT_EQ(encode(probes, sortedDictionaries(false)), R"({"a":"keyed","b":"keyed","c":"keyed"})");
+  EXPECT_EQ(debugText(probes, sortedDictionaries(false)), R"({"a":"keyed","b":"keyed","c":"keyed"})");
 }
 
 // ---- streamed and tree-built documents -----------------------------------------------------
@@ -585,9 +566,9 @@ TEST(VeltoDebugEncoderWalk, streamedAndTreeBuiltDocumentsAgreeOnRandomValues) {
     std::vector<std::shared_ptr<Tree>> made;
     const auto root = randomTree(random, 4, made);
     const auto options = plain().replacing({}, trial % 2 == 0, {}, trial % 3 != 0, trial % 4 != 0, trial % 5 == 0);
-    const auto streamed = render(root, options);
-    EXPECT_EQ(render(root, options.replacing({}, {}, {}, {}, {}, {}, {}, {}, {}, true)), streamed) << "trial " << trial;
-    EXPECT_EQ(render(root, options.replacing({}, {}, {}, {}, {}, {}, {}, true)), streamed) << "trial " << trial;
+    const auto streamed = debugJson(root, options);
+    EXPECT_EQ(debugJson(root, options.replacing({}, {}, {}, {}, {}, {}, {}, {}, {}, true)), streamed) << "trial " << trial;
+    EXPECT_EQ(debugJson(root, options.replacing({}, {}, {}, {}, {}, {}, {}, true)), streamed) << "trial " << trial;
     for (auto& tree : made) tree->children.clear();  // break the cycles
   }
 }
@@ -596,7 +577,7 @@ TEST(VeltoDebugEncoderWalk, threadsEncodingSharedValuesAtOnceAgree) {
   std::mt19937 random(5);
   std::vector<std::shared_ptr<Tree>> made;
   const auto root = randomTree(random, 5, made);
-  const std::string expected = encode(root);
+  const std::string expected = debugText(root);
   constexpr int threads = 4;
   std::latch start(threads);
   std::vector<std::future<std::string>> results;
@@ -604,7 +585,7 @@ TEST(VeltoDebugEncoderWalk, threadsEncodingSharedValuesAtOnceAgree) {
     results.push_back(std::async(std::launch::async, [&] {
       start.arrive_and_wait();
       std::string last;
-      for (int i = 0; i < 20; ++i) last = encode(root);
+      for (int i = 0; i < 20; ++i) last = debugText(root);
       return last;
     }));
   }

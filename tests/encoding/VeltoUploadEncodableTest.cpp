@@ -1,17 +1,21 @@
+// First, so that this test proves the empty parameters' header complete on its own (the upload
+// header's source proves that one).
+#include <velto/encoding/VeltoEmptyRequestParameters.hpp>
 #include <velto/encoding/VeltoUploadEncodable.hpp>
 
 #include <boost/json.hpp>
 #include <boost/uuid/string_generator.hpp>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <bit>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <optional>
 #include <random>
 #include <set>
 #include <variant>
-
-#include <velto/encoding/VeltoEmptyRequestParameters.hpp>
 
 namespace {
 
@@ -77,8 +81,14 @@ static_assert(!VeltoUploadEncodable<char> && !VeltoUploadEncodable<char32_t> && 
 static_assert(!VeltoUploadEncodable<std::vector<int>> && !VeltoUploadEncodable<std::set<std::string>>);
 static_assert(!VeltoUploadEncodable<std::optional<std::string>> && !VeltoUploadEncodable<Quiet> &&
               !VeltoUploadEncodable<VeltoData>);
+static_assert(VeltoUploadEncodable<VeltoClosedRange<double>> && VeltoUploadEncodable<VeltoClosedRange<std::string>>);
+static_assert(VeltoUploadEncodable<VeltoDomain<std::int64_t>> && VeltoUploadEncodable<VeltoDoubleDomain>);
+static_assert(VeltoUploadEncodable<std::vector<VeltoDomain<double>>>);
+static_assert(!VeltoUploadEncodable<VeltoDomain<int>> && !VeltoUploadEncodable<VeltoClosedRange<float>>,
+              "bounds without an upload encoding of their own have none either");
 
-// The JSON text of `value` written at each of the three destinations.
+// The JSON text of `value` written at each of the three destinations; in a container it stands
+// between two siblings, which show that it closed what it opened and overwrote nothing.
 struct Placed {
   std::string whole;
   std::string keyed;
@@ -97,24 +107,28 @@ Placed placed(const T& value) {
   {
     VeltoEncodingDocument document;
     auto container = document.encoder().keyedContainer();
+    EXPECT_TRUE(container.encode("a", 0));
     EXPECT_TRUE(encodeValueForUpload(value, container, "k"));
+    EXPECT_TRUE(container.encode("z", 0));
     out.keyed = document.jsonText();
   }
   {
     VeltoEncodingDocument document;
     auto container = document.encoder().unkeyedContainer();
+    EXPECT_TRUE(container.encode(0));
     EXPECT_TRUE(encodeValueForUpload(value, container));
+    EXPECT_TRUE(container.encode(0));
     out.element = document.jsonText();
   }
   return out;
 }
 
-#define EXPECT_PLACED(value, text)                      \
-  do {                                                  \
-    const Placed p = placed(value);                     \
-    EXPECT_EQ(p.whole, text);                           \
-    EXPECT_EQ(p.keyed, std::string("{\"k\":") + text + "}"); \
-    EXPECT_EQ(p.element, std::string("[") + text + "]");     \
+#define EXPECT_PLACED(value, text)                                   \
+  do {                                                               \
+    const Placed p = placed(value);                                  \
+    EXPECT_EQ(p.whole, text);                                        \
+    EXPECT_EQ(p.keyed, std::string("{\"a\":0,\"k\":") + text + ",\"z\":0}"); \
+    EXPECT_EQ(p.element, std::string("[0,") + text + ",0]");         \
   } while (false)
 
 TEST(VeltoUploadEncodable, writesEachConformanceAlikeAtAllThreeDestinations) {
@@ -138,14 +152,20 @@ TEST(VeltoUploadEncodable, writesEachConformanceAlikeAtAllThreeDestinations) {
   EXPECT_PLACED((std::vector<std::vector<std::int64_t>>{{1, 2}, {}, {3}}), "[[1,2],[],[3]]");
   EXPECT_PLACED((std::vector<bool>{true, false}), "[true,false]");
   EXPECT_PLACED((std::vector<VeltoEmptyRequestParameters>(2)), "[{},{}]");
-}
-
-TEST(VeltoUploadEncodable, writesASetInItsOwnIterationOrder) {
+  // Ranges and domains are {"min", "max"}, in their own orientation.
+  EXPECT_PLACED(VeltoClosedRange<double>(0.5, 2), R"({"min":0.5,"max":2})");
+  EXPECT_PLACED(VeltoDomain<std::uint64_t>(10, 2), R"({"min":10,"max":2})");
+  EXPECT_PLACED(VeltoClosedRange<std::string>("a", "b"), R"({"min":"a","max":"b"})");
+  EXPECT_PLACED(VeltoDoubleDomain::normalReversed, R"({"min":1,"max":0})");
+  // A double domain whose range overflows still has finite bounds, and only those are sent.
+  EXPECT_PLACED(VeltoDoubleDomain::greatestFiniteMagnitude, R"({"min":-1.7976931348623157e+308,"max":1.7976931348623157e+308})");
+  EXPECT_PLACED(std::vector<VeltoDomain<double>>{}, "[]");
+  // A set, in its own iteration order.
   const std::unordered_set<std::string> set{"alpha", "beta", "gamma"};
-  std::string expected = "[";
-  for (const auto& element : set) expected += (expected.size() > 1 ? ",\"" : "\"") + element + "\"";
-  expected += "]";
-  EXPECT_PLACED(set, expected);
+  std::string inOrder = "[";
+  for (const auto& element : set) inOrder += (inOrder.size() > 1 ? ",\"" : "\"") + element + "\"";
+  inOrder += "]";
+  EXPECT_PLACED(set, inOrder);
 }
 
 TEST(VeltoUploadEncodable, base64OfEveryLengthRemainder) {
@@ -193,6 +213,34 @@ TEST(VeltoUploadEncodable, stopsAtTheFirstFailingElementAndPassesItUpUnchanged) 
   ASSERT_TRUE(nan.isFailure());
   EXPECT_EQ(nan.error().message(), "Unable to encode a non-finite floating-point value directly in JSON");
   EXPECT_EQ(numbers.jsonText(), "[1.5]") << "the container keeps what was written before the failure";
+
+  VeltoEncodingDocument bounds;
+  auto boundsEncoder = bounds.encoder();
+  EXPECT_TRUE(encodeValueForUpload(VeltoDomain<double>(0, std::numeric_limits<double>::infinity()), boundsEncoder).isFailure());
+}
+
+// Whatever finite bounds a double domain has, its upload is the object of "min" and "max" in
+// that order, each in its shortest round-trip form (which std::from_chars reads back exactly).
+TEST(VeltoUploadEncodable, doubleDomainsUploadTheirExactBounds) {
+  std::mt19937_64 random(29);
+  const auto shortest = [](double value) {
+    char text[64];
+    const auto end = std::to_chars(text, text + sizeof text, value).ptr;
+    return std::string(text, end);
+  };
+  for (int i = 0; i < 2000; ++i) {
+    double bounds[2];
+    for (double& bound : bounds) {
+      do {
+        bound = std::bit_cast<double>(random());
+      } while (!std::isfinite(bound));
+    }
+    const double low = std::min(bounds[0], bounds[1]);
+    const double high = std::max(bounds[0], bounds[1]);
+    ASSERT_EQ(placed(VeltoDoubleDomain(bounds[0], bounds[1])).whole,
+              "{\"min\":" + shortest(bounds[0]) + ",\"max\":" + shortest(bounds[1]) + "}");
+    ASSERT_EQ(placed(VeltoClosedRange<double>(low, high)).whole, "{\"min\":" + shortest(low) + ",\"max\":" + shortest(high) + "}");
+  }
 }
 
 // A value of random shape, uploaded through the library's conformances only, beside the JSON it
@@ -275,8 +323,8 @@ TEST(VeltoUploadEncodable, randomNestedValuesGiveTheModelsJsonAtEveryDestination
     const Node node = nodes.make(4, model);
     const Placed p = placed(node);
     ASSERT_EQ(boost::json::parse(p.whole), model) << p.whole;
-    ASSERT_EQ(boost::json::parse(p.keyed), (boost::json::object{{"k", model}})) << p.keyed;
-    ASSERT_EQ(boost::json::parse(p.element), (boost::json::array{model})) << p.element;
+    ASSERT_EQ(boost::json::parse(p.keyed), (boost::json::object{{"a", 0}, {"k", model}, {"z", 0}})) << p.keyed;
+    ASSERT_EQ(boost::json::parse(p.element), (boost::json::array{0, model, 0})) << p.element;
   }
 }
 

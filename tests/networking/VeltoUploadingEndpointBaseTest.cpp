@@ -6,6 +6,8 @@
 
 #include <velto/networking/VeltoHttpAuthorizationProviding.hpp>
 
+#include "support/Bytes.hpp"
+
 namespace {
 
 struct NewComment : VeltoUploadEncodableObject<NewComment> {
@@ -36,7 +38,7 @@ std::string bodyText(const VeltoRequestSupporting& endpoint) {
   const auto body = payload->makeEncodedPayload();
   EXPECT_TRUE(body.hasValue());
   if (!body || !body.value()) return {};
-  return std::string(reinterpret_cast<const char*>(body.value()->data()), body.value()->size());
+  return velto::test::textOf(*body.value());
 }
 
 // The adapter finds the body and the authorization with dynamic_cast, as it would at request time.

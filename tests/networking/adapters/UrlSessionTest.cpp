@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/Bytes.hpp"
 #include "support/LoopbackServer.hpp"
 
 namespace {
@@ -20,6 +21,7 @@ namespace {
 using velto::detail::UrlRequest;
 using velto::detail::UrlResponse;
 using velto::detail::UrlSession;
+using velto::test::bytesOf;
 using velto::test::Gate;
 using velto::test::LoopbackServer;
 
@@ -31,14 +33,9 @@ struct Completed {
 
   [[nodiscard]] std::int64_t code() const { return error ? error->code() : 0; }
   [[nodiscard]] std::string body() const {
-    return data ? std::string(reinterpret_cast<const char*>(data->data()), data->size()) : std::string("<none>");
+    return data ? velto::test::textOf(*data) : std::string("<none>");
   }
 };
-
-VeltoData bytesOf(std::string_view text) {
-  const auto* first = reinterpret_cast<const std::byte*>(text.data());
-  return VeltoData(first, first + text.size());
-}
 
 // Starts `request` and waits for its one completion (30 s at most, then a failure).
 Completed fetch(UrlSession& session, UrlRequest request, std::string description = "task") {

@@ -9,8 +9,10 @@
 #include <velto/core/VeltoImpetus.hpp>
 #include <velto/detail/UuidText.hpp>
 
+#include "support/Bytes.hpp"
 #include "support/FrameNames.hpp"
 #include "support/LoopbackServer.hpp"
+#include "support/RecordedArgs.hpp"
 #include "support/RecordingEndpoint.hpp"
 #include "support/RecordingLogger.hpp"
 
@@ -22,13 +24,8 @@ using velto::test::AuthorizingEndpoint;
 using velto::test::RecordingEndpoint;
 using velto::test::RecordingLogger;
 using velto::test::UploadingEndpoint;
-
-VeltoData bytesOf(std::string_view text) {
-  const auto* first = reinterpret_cast<const std::byte*>(text.data());
-  return VeltoData(first, first + text.size());
-}
-
-std::string textOf(const VeltoData& data) { return std::string(reinterpret_cast<const char*>(data.data()), data.size()); }
+using velto::test::bytesOf;
+using velto::test::textOf;
 
 // What the adapter's two callbacks saw, in order.
 struct Report {
@@ -96,90 +93,90 @@ struct AdapterTest : testing::Test {
 };
 using VeltoURLSessionDataTaskNetworkAdapterTest = AdapterTest;
 
-TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, labelsItsSessionWithTheOrganisationPrefix) {
-  EXPECT_EQ(adapter->sessionDescription(), "dev.velto.velto.url-session.simple-network-adapter");
-  EXPECT_EQ(adapter->logger(), logger);
-  EXPECT_FALSE(adapter->onCompleted());
-  EXPECT_FALSE(adapter->onDownloadedFile());
-}
-
 TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, buildsEachRequestFromItsEndpoint) {
+  EXPECT_EQ(adapter->sessionDescription(), "dev.velto.velto.url-session.simple-network-adapter");
+  EXPECT_FALSE(adapter->onCompleted() || adapter->onDownloadedFile()) << "no callbacks until set";
   log.connect(*adapter);
-  auto plain = std::make_shared<RecordingEndpoint>(server.url("/echo/200"), std::vector<VeltoSignatureParameter>{"b", 1});
-  auto authorized = std::make_shared<AuthorizingEndpoint>(server.url("/echo/201"), VeltoHttpAuthorization::bearer("tok en"),
-                                                          VeltoSupportedHttpVerb::post);
-  auto json = std::make_shared<UploadingEndpoint>(server.url("/echo/202"), VeltoKnownMimeType::json,
-                                                  std::optional<VeltoData>(bytesOf(R"({"k":"v"})")));
-  auto form = std::make_shared<UploadingEndpoint>(server.url("/echo/200?x=1"), VeltoKnownMimeType::form,
-                                                  std::optional<VeltoData>(bytesOf("a=1&b=%20")));
-  auto empty = std::make_shared<UploadingEndpoint>(server.url("/echo/204"), VeltoKnownMimeType::json,
-                                                   std::optional<VeltoData>());
-  const std::vector<std::shared_ptr<RecordingEndpoint>> endpoints{plain, authorized, json, form, empty};
-  for (std::size_t i = 0; i < endpoints.size(); ++i) {
+  struct Case {
+    std::shared_ptr<RecordingEndpoint> endpoint;
+    std::string method;
+    std::optional<std::string> authorization;
+    std::optional<std::string> contentType;
+    std::string body;
+    std::int64_t status;
+  };
+  const std::vector<Case> cases{
+      {std::make_shared<RecordingEndpoint>(server.url("/echo/200"), std::vector<VeltoSignatureParameter>{"b", 1}), "GET",
+       std::nullopt, std::nullopt, "", 200},
+      {std::make_shared<AuthorizingEndpoint>(server.url("/echo/201"), VeltoHttpAuthorization::bearer("tok en"),
+                                             VeltoSupportedHttpVerb::post),
+       "POST", "Bearer tok en", std::nullopt, "", 201},
+      {std::make_shared<UploadingEndpoint>(server.url("/echo/202"), VeltoKnownMimeType::json,
+                                           std::optional<VeltoData>(bytesOf(R"({"k":"v"})"))),
+       "POST", std::nullopt, "application/json", R"({"k":"v"})", 202},
+      {std::make_shared<UploadingEndpoint>(server.url("/echo/200?x=1"), VeltoKnownMimeType::form,
+                                           std::optional<VeltoData>(bytesOf("a=1&b=%20"))),
+       "POST", std::nullopt, "application/x-www-form-urlencoded", "a=1&b=%20", 200},
+      {std::make_shared<UploadingEndpoint>(server.url("/echo/204"), VeltoKnownMimeType::json, std::optional<VeltoData>()),
+       "POST", std::nullopt, "application/json", "", 204},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
     // One at a time, so that the server sees them in this order.
-    ASSERT_TRUE(adapter->begin(endpoints[i], impetus).hasValue());
+    ASSERT_TRUE(adapter->begin(cases[i].endpoint, impetus).hasValue());
     log.waitForCompletions(i + 1);
   }
   const auto seen = server.recorded();
-  ASSERT_EQ(seen.size(), endpoints.size());
-  for (std::size_t i = 0; i < endpoints.size(); ++i) {
-    EXPECT_EQ(seen[i].header("X-Correlation-ID"), velto::detail::uuidText(endpoints[i]->correlationID()));
-  }
-  EXPECT_EQ(seen[0].method, "GET");
-  EXPECT_FALSE(seen[0].hasHeader("Authorization"));
-  EXPECT_FALSE(seen[0].hasHeader("Content-Type"));
-  EXPECT_EQ(seen[1].method, "POST");
-  EXPECT_EQ(seen[1].header("Authorization"), "Bearer tok en");
-  EXPECT_FALSE(seen[1].hasHeader("Content-Type"));
-  EXPECT_EQ(seen[1].body, "");
-  EXPECT_EQ(seen[2].header("Content-Type"), "application/json");
-  EXPECT_EQ(seen[2].body, R"({"k":"v"})");
-  EXPECT_EQ(seen[3].header("Content-Type"), "application/x-www-form-urlencoded");
-  EXPECT_EQ(seen[3].body, "a=1&b=%20");
-  EXPECT_EQ(seen[4].header("Content-Type"), "application/json");
-  EXPECT_EQ(seen[4].header("Content-Length"), "0");
-
+  ASSERT_EQ(seen.size(), cases.size());
   // Body then completion, for every request, under the signature, on the worker thread.
   const auto reports = log.reports();
-  ASSERT_EQ(reports.size(), 2 * endpoints.size());
-  const std::vector<std::int64_t> statuses{200, 201, 202, 200, 204};
-  for (std::size_t i = 0; i < endpoints.size(); ++i) {
+  ASSERT_EQ(reports.size(), 2 * cases.size());
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    const Case& c = cases[i];
+    SCOPED_TRACE(i);
+    EXPECT_EQ(seen[i].method, c.method);
+    EXPECT_EQ(seen[i].header("X-Correlation-ID"), velto::detail::uuidText(c.endpoint->correlationID()));
+    EXPECT_EQ(seen[i].hasHeader("Authorization") ? std::optional(seen[i].header("Authorization")) : std::nullopt,
+              c.authorization);
+    EXPECT_EQ(seen[i].hasHeader("Content-Type") ? std::optional(seen[i].header("Content-Type")) : std::nullopt,
+              c.contentType);
+    EXPECT_EQ(seen[i].body, c.body);
+    if (c.method == "POST") {
+      EXPECT_EQ(seen[i].header("Content-Length"), std::to_string(c.body.size()));
+    }
+
     const Report& body = reports[2 * i];
     const Report& end = reports[2 * i + 1];
-    const std::string signature = signatureOf(*endpoints[i]).stringRepresentation();
+    const std::string signature = signatureOf(*c.endpoint).stringRepresentation();
     EXPECT_EQ(body.callback, "onDownloadedFile");
     EXPECT_EQ(end.callback, "onCompleted");
     EXPECT_EQ(body.signature, signature);
     EXPECT_EQ(end.signature, signature);
-    EXPECT_EQ(body.statusCode, statuses[i]);
-    EXPECT_EQ(end.statusCode, statuses[i]);
+    EXPECT_EQ(body.statusCode, c.status);
+    EXPECT_EQ(end.statusCode, c.status);
+    EXPECT_EQ(textOf(*body.data), c.status == 204 ? std::string() : std::string(":").append(c.body))
+        << "204: an empty body is still a body";
     EXPECT_FALSE(end.error);
     EXPECT_NE(end.thread, std::this_thread::get_id());
     EXPECT_EQ(end.thread, reports[0].thread);
+    EXPECT_TRUE(c.endpoint->calls().empty()) << "the adapter reports; it leaves the endpoint to the dispatcher";
   }
-  EXPECT_EQ(textOf(*reports[4].data), R"(:{"k":"v"})");
-  EXPECT_TRUE(reports[8].data->empty()) << "204: an empty body is still a body";
   EXPECT_TRUE(logger->errors().empty());
-  // The adapter reports; it leaves the endpoint to the dispatcher.
-  for (const auto& endpoint : endpoints) EXPECT_TRUE(endpoint->calls().empty());
 }
 
 TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, failuresBeforeTheTaskGoToOnCompletedAndBackWithNothingSent) {
   log.connect(*adapter);
   auto unauthorized = std::make_shared<AuthorizingEndpoint>(server.url("/echo/200"), std::nullopt);
-  auto injected = std::make_shared<AuthorizingEndpoint>(server.url("/echo/200"),
-                                                        VeltoHttpAuthorization::bearer("abc\r\nX-Admin: yes"));
-  auto unencodable = std::make_shared<UploadingEndpoint>(
-      server.url("/echo/200"), VeltoKnownMimeType::json,
-      VeltoResult<std::optional<VeltoData>>::fromMessage("Non-finite double", {{"value", 1.0}}));
   struct Case {
     std::shared_ptr<RecordingEndpoint> endpoint;
     std::string message;
   };
   const std::vector<Case> cases{
       {unauthorized, "Endpoint conforms to VeltoHttpAuthorizationProviding but supplied not authorization header value"},
-      {injected, "Request header value holds a line break or NUL"},
-      {unencodable, "Non-finite double"},
+      {std::make_shared<AuthorizingEndpoint>(server.url("/echo/200"), VeltoHttpAuthorization::bearer("abc\r\nX-Admin: yes")),
+       "Request header value holds a line break or NUL"},
+      {std::make_shared<UploadingEndpoint>(server.url("/echo/200"), VeltoKnownMimeType::json,
+                                           VeltoResult<std::optional<VeltoData>>::fromMessage("Non-finite double", {{"value", 1.0}})),
+       "Non-finite double"},
   };
   for (std::size_t i = 0; i < cases.size(); ++i) {
     const auto& [endpoint, message] = cases[i];
@@ -230,53 +227,41 @@ TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, failuresBeforeTheTaskGoToOnCom
 TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, dataTaskCompletionFollowsItsRulesForEveryCombination) {
   const VeltoEndpointSignature signature(boost::urls::url("http://127.0.0.1/x"), {"p"});
   const auto failing = VeltoResult<void>::fromMessage("callback failed");
-  int combination = 0;
-  for (const bool hasData : {false, true}) {
-    for (const bool hasResponse : {false, true}) {
-      for (const bool hasError : {false, true}) {
-        for (const bool downloadedSet : {false, true}) {
-          for (const bool completedSet : {false, true}) {
-            for (const bool callbacksFail : {false, true}) {
-              SCOPED_TRACE(++combination);
-              auto local = std::make_shared<RecordingLogger>();
-              auto subject = Adapter::create(local);
-              ReportLog reports;
-              reports.connect(*subject, callbacksFail ? failing : VeltoResultVoidSuccess,
-                              callbacksFail ? failing : VeltoResultVoidSuccess);
-              if (!downloadedSet) subject->setOnDownloadedFile({});
-              if (!completedSet) subject->setOnCompleted({});
-              const auto error = hasError ? VeltoPlatformError::make("NSURLErrorDomain", -1005, "lost") : nullptr;
-              subject->dataTaskCompletion(signature, hasData ? std::optional<VeltoData>(VeltoData{}) : std::nullopt,
-                                          hasResponse ? std::optional(velto::detail::UrlResponse{418, "u"}) : std::nullopt,
-                                          error, impetus);
-              const bool expectDownload = hasData && hasResponse && downloadedSet;
-              const auto seen = reports.reports();
-              ASSERT_EQ(seen.size(), (expectDownload ? 1u : 0u) + (completedSet ? 1u : 0u));
-              if (expectDownload) {
-                EXPECT_EQ(seen[0].callback, "onDownloadedFile");
-                EXPECT_EQ(seen[0].statusCode, 418);
-                EXPECT_TRUE(seen[0].data && seen[0].data->empty());
-              }
-              if (completedSet) {
-                EXPECT_EQ(seen.back().callback, "onCompleted");
-                EXPECT_EQ(seen.back().statusCode, hasResponse ? std::optional<std::int64_t>(418) : std::nullopt);
-                EXPECT_EQ(seen.back().error, error);
-                EXPECT_EQ(velto::test::functionNames(seen.back().via->stackFrames()).front(),
-                          "dataTaskCompletion(signature:data:response:error:via:)");
-              }
-              const auto logged = local->errors();
-              ASSERT_EQ(logged.size(), callbacksFail ? seen.size() : 0u);
-              for (const auto& report : logged) {
-                EXPECT_EQ(report.error.message(), "callback failed");
-                const VeltoArgs& args = *report.error.stackFrames().back().args().get<VeltoArgs>();
-                std::vector<std::string> keys;
-                for (const auto& [key, value] : args) keys.push_back(key);
-                EXPECT_EQ(keys, (std::vector<std::string>{"signature", "data", "response", "error", "statusCode"}));
-              }
-            }
-          }
-        }
-      }
+  for (int combination = 0; combination < 64; ++combination) {
+    SCOPED_TRACE(combination);
+    const bool hasData = combination & 1, hasResponse = combination & 2, hasError = combination & 4;
+    const bool downloadedSet = combination & 8, completedSet = combination & 16, callbacksFail = combination & 32;
+    auto local = std::make_shared<RecordingLogger>();
+    auto subject = Adapter::create(local);
+    ReportLog reports;
+    reports.connect(*subject, callbacksFail ? failing : VeltoResultVoidSuccess, callbacksFail ? failing : VeltoResultVoidSuccess);
+    if (!downloadedSet) subject->setOnDownloadedFile({});
+    if (!completedSet) subject->setOnCompleted({});
+    const auto error = hasError ? VeltoPlatformError::make("NSURLErrorDomain", -1005, "lost") : nullptr;
+    subject->dataTaskCompletion(signature, hasData ? std::optional<VeltoData>(VeltoData{}) : std::nullopt,
+                                hasResponse ? std::optional(velto::detail::UrlResponse{418, "u"}) : std::nullopt, error,
+                                impetus);
+    const bool expectDownload = hasData && hasResponse && downloadedSet;
+    const auto seen = reports.reports();
+    ASSERT_EQ(seen.size(), (expectDownload ? 1u : 0u) + (completedSet ? 1u : 0u));
+    if (expectDownload) {
+      EXPECT_EQ(seen[0].callback, "onDownloadedFile");
+      EXPECT_EQ(seen[0].statusCode, 418);
+      EXPECT_TRUE(seen[0].data && seen[0].data->empty());
+    }
+    if (completedSet) {
+      EXPECT_EQ(seen.back().callback, "onCompleted");
+      EXPECT_EQ(seen.back().statusCode, hasResponse ? std::optional<std::int64_t>(418) : std::nullopt);
+      EXPECT_EQ(seen.back().error, error);
+      EXPECT_EQ(velto::test::functionNames(seen.back().via->stackFrames()).front(),
+                "dataTaskCompletion(signature:data:response:error:via:)");
+    }
+    const auto logged = local->errors();
+    ASSERT_EQ(logged.size(), callbacksFail ? seen.size() : 0u);
+    for (const auto& report : logged) {
+      EXPECT_EQ(report.error.message(), "callback failed");
+      EXPECT_EQ(velto::test::argKeys(report.error.stackFrames().back()),
+                (std::vector<std::string>{"signature", "data", "response", "error", "statusCode"}));
     }
   }
 }
