@@ -117,23 +117,29 @@ TEST(VeltoUploadEncodingShim, refusesWhatAFormCannotHold) {
   EXPECT_EQ(text(nestedArray), "[[\"a\"]]");
 }
 
-TEST(VeltoUploadEncodingShim, refusesTextThatIsNotUtf8AndPassesEncoderFailuresUpUnchanged) {
-  Entries badValue, badKey, notFinite;
+TEST(VeltoUploadEncodingShim, refusesTextThatIsNotUtf8) {
+  Entries badValue;
   badValue.entries = {{"k", std::string("ok\xC3")}};
+  Entries badKey;
   badKey.entries = {{"\xFF", std::string("ok")}};
-  notFinite.entries = {{"x", std::nan("")}};
-  for (const Entries* entries : {&badValue, &badKey, &notFinite}) {
+  for (const Entries* entries : {&badValue, &badKey}) {
     const VeltoUploadEncodingShim shim(*entries);
     for (const auto& body : {shim.makeJsonData(), shim.makeFormData()}) {
       ASSERT_TRUE(body.isFailure());
-      if (entries != &notFinite) {
-        EXPECT_EQ(body.error().message(), "Upload text is not valid UTF-8");
-        continue;
-      }
-      EXPECT_EQ(body.error().message(), "Unable to encode a non-finite floating-point value directly in JSON");
-      for (std::string_view name : velto::test::functionNames(body.error().stackFrames())) {
-        EXPECT_EQ(name.find("make"), std::string_view::npos) << "no frame added on the way out: " << name;
-      }
+      EXPECT_EQ(body.error().message(), "Upload text is not valid UTF-8");
+    }
+  }
+}
+
+TEST(VeltoUploadEncodingShim, passesEncoderFailuresUpUnchanged) {
+  Entries entries;
+  entries.entries = {{"x", std::nan("")}};
+  const VeltoUploadEncodingShim shim(entries);
+  for (const auto& body : {shim.makeJsonData(), shim.makeFormData()}) {
+    ASSERT_TRUE(body.isFailure());
+    EXPECT_EQ(body.error().message(), "Unable to encode a non-finite floating-point value directly in JSON");
+    for (std::string_view name : velto::test::functionNames(body.error().stackFrames())) {
+      EXPECT_EQ(name.find("make"), std::string_view::npos) << "no frame added on the way out: " << name;
     }
   }
 }

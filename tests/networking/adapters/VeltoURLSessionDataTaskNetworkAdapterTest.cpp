@@ -95,6 +95,7 @@ using VeltoURLSessionDataTaskNetworkAdapterTest = AdapterTest;
 
 TEST_F(VeltoURLSessionDataTaskNetworkAdapterTest, buildsEachRequestFromItsEndpoint) {
   EXPECT_EQ(adapter->sessionDescription(), "dev.velto.velto.url-session.simple-network-adapter");
+  EXPECT_EQ(adapter->logger(), logger);
   EXPECT_FALSE(adapter->onCompleted() || adapter->onDownloadedFile()) << "no callbacks until set";
   log.connect(*adapter);
   struct Case {
